@@ -1,0 +1,13 @@
+#pragma once
+
+#include "messagehandler.h"
+
+// Checks a known device's proof of its session key ("au" with "h").
+class AuthenticationHandler : public MessageHandler
+{
+    Q_OBJECT
+public:
+    AuthenticationHandler(Server *server, const QString &name);
+
+    void handle(const QJsonObject &message, QWebSocket *socket) override;
+};

@@ -1,0 +1,211 @@
+#include "qaesencryption.h"
+
+#include "aescore.h"
+
+#include <atomic>
+
+namespace {
+
+std::atomic<bool> &hardwareSwitch()
+{
+    static std::atomic<bool> enabled(aescore::hardwareAvailable());
+    return enabled;
+}
+
+int keyWords(QAESEncryption::Aes level)
+{
+    switch (level) {
+    case QAESEncryption::AES_192:
+        return 6;
+    case QAESEncryption::AES_256:
+        return 8;
+    case QAESEncryption::AES_128:
+        break;
+    }
+    return 4;
+}
+
+aescore::Mode coreMode(QAESEncryption::Mode mode)
+{
+    switch (mode) {
+    case QAESEncryption::CBC:
+        return aescore::Mode::CBC;
+    case QAESEncryption::CFB:
+        return aescore::Mode::CFB;
+    case QAESEncryption::OFB:
+        return aescore::Mode::OFB;
+    case QAESEncryption::ECB:
+        break;
+    }
+    return aescore::Mode::ECB;
+}
+
+aescore::KeySchedule schedule(QAESEncryption::Aes level, const QByteArray &key)
+{
+    const int words = keyWords(level);
+    uint8_t material[32] = {};
+    const int available = qMin(key.size(), 4 * words);
+    for (int i = 0; i < available; ++i)
+        material[i] = uint8_t(key.at(i));
+    aescore::KeySchedule ks;
+    aescore::expandKey(material, words, ks);
+    return ks;
+}
+
+bool ivAcceptable(QAESEncryption::Mode mode, const QByteArray &iv)
+{
+    return mode == QAESEncryption::ECB || iv.size() == QAESEncryption::blockLength;
+}
+
+QByteArray paddingFor(QAESEncryption::Padding padding, int currentSize)
+{
+    const int remainder = currentSize % QAESEncryption::blockLength;
+    switch (padding) {
+    case QAESEncryption::PKCS7: {
+        const int p = QAESEncryption::blockLength - remainder;
+        return QByteArray(p, char(p));
+    }
+    case QAESEncryption::ISO:
+        if (remainder == 0)
+            return QByteArray();
+        return char(0x80) + QByteArray(QAESEncryption::blockLength - remainder - 1, '\0');
+    case QAESEncryption::ZERO:
+        break;
+    }
+    return remainder == 0 ? QByteArray()
+                          : QByteArray(QAESEncryption::blockLength - remainder, '\0');
+}
+
+QByteArray run(bool encrypting, QAESEncryption::Aes level, QAESEncryption::Mode mode,
+               const QByteArray &input, const QByteArray &key, const QByteArray &iv)
+{
+    if (!ivAcceptable(mode, iv))
+        return QByteArray();
+    const bool stream = mode == QAESEncryption::CFB || mode == QAESEncryption::OFB;
+    const int length = stream ? input.size()
+                              : input.size() - input.size() % QAESEncryption::blockLength;
+    if (length == 0)
+        return QByteArray();
+    const aescore::KeySchedule ks = schedule(level, key);
+    static const uint8_t noIv[16] = {};
+    const auto *ivBytes = iv.isEmpty() ? noIv : reinterpret_cast<const uint8_t *>(iv.constData());
+    const auto *in = reinterpret_cast<const uint8_t *>(input.constData());
+    QByteArray output(length, Qt::Uninitialized);
+    auto *out = reinterpret_cast<uint8_t *>(output.data());
+    const bool hardware = hardwareSwitch().load(std::memory_order_relaxed);
+    const aescore::Mode m = coreMode(mode);
+    if (encrypting) {
+        if (hardware)
+            aescore::encryptHardware(m, ks, ivBytes, in, out, size_t(length));
+        else
+            aescore::encryptPortable(m, ks, ivBytes, in, out, size_t(length));
+    } else {
+        if (hardware)
+            aescore::decryptHardware(m, ks, ivBytes, in, out, size_t(length));
+        else
+            aescore::decryptPortable(m, ks, ivBytes, in, out, size_t(length));
+    }
+    return output;
+}
+
+} // namespace
+
+QByteArray QAESEncryption::Crypt(Aes level, Mode mode, const QByteArray &rawText,
+                                 const QByteArray &key, const QByteArray &iv, Padding padding)
+{
+    if (!ivAcceptable(mode, iv))
+        return QByteArray();
+    return run(true, level, mode, rawText + paddingFor(padding, rawText.size()), key, iv);
+}
+
+QByteArray QAESEncryption::Decrypt(Aes level, Mode mode, const QByteArray &rawText,
+                                   const QByteArray &key, const QByteArray &iv, Padding)
+{
+    return run(false, level, mode, rawText, key, iv);
+}
+
+QByteArray QAESEncryption::ExpandKey(Aes level, const QByteArray &key)
+{
+    const aescore::KeySchedule ks = schedule(level, key);
+    return QByteArray(reinterpret_cast<const char *>(ks.enc), 16 * (ks.rounds + 1));
+}
+
+QByteArray QAESEncryption::RemovePadding(const QByteArray &rawText, Padding padding)
+{
+    QByteArray text = rawText;
+    if (text.isEmpty())
+        return text;
+    switch (padding) {
+    case PKCS7:
+        // Deliberately unchecked: a wrong key yields text that fails to parse later. A negative
+        // count removes nothing, a count beyond the length removes everything.
+        text.chop(static_cast<signed char>(text.back()));
+        break;
+    case ISO: {
+        int end = text.size() - 1;
+        while (end >= 0 && text.at(end) == '\0')
+            --end;
+        if (end >= 0 && text.at(end) == char(0x80))
+            text.truncate(end);
+        break;
+    }
+    case ZERO: {
+        int end = text.size();
+        while (end > 0 && text.at(end - 1) == '\0')
+            --end;
+        text.truncate(end);
+        break;
+    }
+    }
+    return text;
+}
+
+QAESEncryption::QAESEncryption(Aes level, Mode mode, Padding padding, QObject *parent)
+    : QObject(parent)
+    , m_level(level)
+    , m_mode(mode)
+    , m_padding(padding)
+{
+}
+
+QByteArray QAESEncryption::encode(const QByteArray &rawText, const QByteArray &key,
+                                  const QByteArray &iv) const
+{
+    return Crypt(m_level, m_mode, rawText, key, iv, m_padding);
+}
+
+QByteArray QAESEncryption::decode(const QByteArray &rawText, const QByteArray &key,
+                                  const QByteArray &iv) const
+{
+    return Decrypt(m_level, m_mode, rawText, key, iv, m_padding);
+}
+
+QByteArray QAESEncryption::removePadding(const QByteArray &rawText) const
+{
+    return RemovePadding(rawText, m_padding);
+}
+
+QByteArray QAESEncryption::expandKey(const QByteArray &key) const
+{
+    return ExpandKey(m_level, key);
+}
+
+QByteArray QAESEncryption::getPadding(int currentSize) const
+{
+    return paddingFor(m_padding, currentSize);
+}
+
+bool QAESEncryption::hardwareAccelerationAvailable()
+{
+    return aescore::hardwareAvailable();
+}
+
+bool QAESEncryption::hardwareAccelerationEnabled()
+{
+    return hardwareSwitch().load();
+}
+
+void QAESEncryption::setHardwareAccelerationEnabled(bool enabled)
+{
+    hardwareSwitch().store(enabled && aescore::hardwareAvailable());
+}

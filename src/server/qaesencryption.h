@@ -1,0 +1,60 @@
+#pragma once
+
+#include <QByteArray>
+#include <QObject>
+
+// AES (FIPS-197) with the ECB, CBC, CFB (128-bit feedback) and OFB modes and three paddings.
+// The key and the initialisation vector are arguments of every call, so one object can serve any
+// number of connections. A hardware path (AES-NI) is chosen at run time when the processor has
+// it; it gives the same bytes as the portable path.
+class QAESEncryption : public QObject
+{
+    Q_OBJECT
+public:
+    enum Aes { AES_128 = 0, AES_192 = 1, AES_256 = 2 };
+    Q_ENUM(Aes)
+    enum Mode { ECB = 0, CBC = 1, CFB = 2, OFB = 3 };
+    Q_ENUM(Mode)
+    enum Padding { ZERO = 0, PKCS7 = 1, ISO = 2 };
+    Q_ENUM(Padding)
+
+    static constexpr int blockLength = 16;
+
+    // Pads, then encrypts. Every mode but ECB needs an iv of exactly 16 bytes; without one the
+    // result is empty.
+    static QByteArray Crypt(Aes level, Mode mode, const QByteArray &rawText, const QByteArray &key,
+                            const QByteArray &iv = QByteArray(), Padding padding = ISO);
+    // Decrypts and leaves the padding in place.
+    static QByteArray Decrypt(Aes level, Mode mode, const QByteArray &rawText,
+                              const QByteArray &key, const QByteArray &iv = QByteArray(),
+                              Padding padding = ISO);
+    // The round keys, 16 bytes per round. Only the first 16, 24 or 32 bytes of key are read; a
+    // shorter key reads as if filled up with zero bytes.
+    static QByteArray ExpandKey(Aes level, const QByteArray &key);
+    static QByteArray RemovePadding(const QByteArray &rawText, Padding padding);
+
+    explicit QAESEncryption(Aes level, Mode mode, Padding padding = ISO, QObject *parent = nullptr);
+
+    QByteArray encode(const QByteArray &rawText, const QByteArray &key,
+                      const QByteArray &iv = QByteArray()) const;
+    QByteArray decode(const QByteArray &rawText, const QByteArray &key,
+                      const QByteArray &iv = QByteArray()) const;
+    QByteArray removePadding(const QByteArray &rawText) const;
+    QByteArray expandKey(const QByteArray &key) const;
+    // The bytes that this object's padding adds to a text of the given size.
+    QByteArray getPadding(int currentSize) const;
+
+    Aes level() const { return m_level; }
+    Mode mode() const { return m_mode; }
+    Padding padding() const { return m_padding; }
+
+    // Process-wide choice of the hardware path; on by default where the processor has one.
+    static bool hardwareAccelerationAvailable();
+    static bool hardwareAccelerationEnabled();
+    static void setHardwareAccelerationEnabled(bool enabled);
+
+private:
+    Aes m_level;
+    Mode m_mode;
+    Padding m_padding;
+};

@@ -1,0 +1,135 @@
+#pragma once
+
+#include "qaesencryption.h"
+#include "qzeroconf.h"
+
+#include <QByteArray>
+#include <QJsonObject>
+#include <QList>
+#include <QMap>
+#include <QObject>
+#include <QSslError>
+#include <QString>
+#include <QVector>
+
+class MessageHandler;
+class QWebSocket;
+class QWebSocketServer;
+
+// The WebSocket endpoint that clients connect to. It remembers its port, advertises itself by
+// DNS-SD, pairs devices, encrypts bodies with a per-connection key and dispatches every incoming
+// message to the handler registered for its code.
+//
+// Wire format of one server-to-client binary message: a big-endian signed 32-bit body length,
+// the body (JSON text, encrypted once the connection has a session key), then zero or more
+// attachments, each a signed type byte, a big-endian signed 32-bit length and the bytes.
+// Client-to-server messages are the body alone.
+class Server : public QObject
+{
+    Q_OBJECT
+public:
+    enum MessageType : qint8 { Json = 0, Png = 1 };
+    Q_ENUM(MessageType)
+
+    struct MessagePart
+    {
+        MessageType type = Json;
+        QByteArray data;
+    };
+
+    // Dynamic properties kept on each QWebSocket.
+    static constexpr const char *idProperty = "i";
+    static constexpr const char *sessionTokenProperty = "t";
+    static constexpr const char *aesKeyProperty = "k";
+    static constexpr const char *protocolVersionProperty = "v";
+
+    // Largest incoming message or frame accepted from a client; a bigger one closes the
+    // connection with close code 1009.
+    static constexpr qint64 maxIncomingMessageSize = 1024 * 1024;
+
+    explicit Server(QObject *parent = nullptr);
+    ~Server() override;
+
+    void startWebSocketServer();
+    void startMonitoringConnection();
+
+    // Inserts "_" = method (replacing any) and sends obj, without attachments, to one socket.
+    void sendMessage(QWebSocket *socket, const QString &method, QJsonObject &&obj);
+    // Frames obj ("_" already present) and the attachments and sends them to one socket.
+    void sendMessage(QWebSocket *socket, const QJsonObject &obj,
+                     const QVector<MessagePart> &parts);
+    void sendMessage(QWebSocket *socket, const QJsonObject &obj, const MessagePart &part);
+    // The broadcasts reach the authenticated clients only, each under its own session key.
+    void broadcastMessage(const QString &method);
+    void broadcastMessage(const QString &method, QJsonObject &&obj);
+    void broadcastMessage(const QJsonObject &obj, const QVector<MessagePart> &parts);
+
+    // Registers the handler under its code, replacing an earlier one.
+    void addHandler(MessageHandler *handler);
+    // Asks the handler to send its current state to every accepted socket, authenticated or not.
+    void runHandler(MessageHandler *handler);
+    void runHandler(const QString &method);
+
+    void startAuthorization(const QString &id, QWebSocket *socket);
+    // The user's answer to needUserAuthorization; it applies to whichever socket is pending.
+    void setAuthorization(const QString &id, bool granted);
+    void startAuthentication(const QString &id, QWebSocket *socket);
+    void setAuthentication(const QString &id, bool ok);
+    bool isAuthorized(const QString &id) const;
+    QString getAuthorizationToken(const QString &id) const;
+    void deauthorize(const QString &id);
+    Q_INVOKABLE void deauthorizeAll();
+    int totalAuthorizations() const;
+
+    static QByteArray computeAESKey(const QString &id, const QString &token,
+                                    const QString &sessionToken);
+    QByteArray encrypt(const QByteArray &plain, const QByteArray &key) const;
+    QByteArray decrypt(const QByteArray &body, const QByteArray &key) const;
+
+    void publishZeroConfService();
+
+    // The port being listened on, 0 while not listening.
+    quint16 serverPort() const;
+    const QVector<QWebSocket *> &getConnections() const { return connections; }
+    const QVector<QWebSocket *> &getClients() const { return clients; }
+    QWebSocket *getPendingSocket() const { return pendingSocket; }
+    MessageHandler *handler(const QString &method) const { return handlers.value(method); }
+    QByteArray zeroConfTxtRecords() const { return zeroConf.serviceTxtRecords(); }
+    QString zeroConfServiceName() const;
+    bool isPublished() const { return zeroConf.publishExists(); }
+
+signals:
+    void clientCountChanged(int count);
+    void unhandledMessage(const QString &method);
+    void needUserAuthorization(QObject *socket, const QString &id, const QString &name,
+                               const QString &address);
+
+private slots:
+    void onSslErrors(const QList<QSslError> &errors);
+    void onNewConnection();
+    void onServerClosed();
+    void onBinaryMessageReceived(const QByteArray &message);
+    void socketDisconnected();
+    void onZeroConfError(QZeroConf::error_t error);
+    void onZeroConfServicePublished();
+
+private:
+    static bool networkCheck();
+    static QString makeToken();
+    void onNetworkWatch();
+    void onApplicationStateChanged(Qt::ApplicationState state);
+    void closeSocket(QWebSocket *socket);
+    void sendFramed(QWebSocket *socket, const QByteArray &json, const QVector<MessagePart> &parts);
+
+    QZeroConf zeroConf;
+    int nameConflicts = 0;
+    bool networkUp = false;
+    QWebSocketServer *webSocketServer = nullptr;
+    QVector<QWebSocket *> connections;
+    QVector<QWebSocket *> clients;
+    QAESEncryption aes;
+    QWebSocket *pendingSocket = nullptr;
+    QMap<QString, MessageHandler *> handlers;
+};
+
+Q_DECLARE_TYPEINFO(Server::MessagePart, Q_MOVABLE_TYPE);
