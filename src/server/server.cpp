@@ -367,7 +367,13 @@ void Server::startAuthorization(const QString &id, QWebSocket *socket)
     pendingSocket = socket;
     sendMessage(socket, L::waitingForAuth, QJsonObject());
     QString name = socket->peerName();
-    const QString address = socket->peerAddress().toString();
+    // The endpoint listens dual-stack: show an IPv4 peer as people know it, not as ::ffff:a.b.c.d.
+    QHostAddress peer = socket->peerAddress();
+    bool isIPv4 = false;
+    const quint32 ipv4 = peer.toIPv4Address(&isIPv4);
+    if (isIPv4)
+        peer = QHostAddress(ipv4);
+    const QString address = peer.toString();
     if (name.isEmpty())
         name = address;
     emit needUserAuthorization(socket, id, name, address);

@@ -1,0 +1,55 @@
+#pragma once
+
+#include "messagehandler.h"
+#include "protocolclient.h"
+
+#include <QJsonObject>
+#include <QList>
+#include <QPointer>
+#include <QVariantMap>
+#include <QWebSocket>
+
+class Server;
+
+// A handler for tests: remembers every call and answers each request with the request itself,
+// or with {"n": calls} when asked for its state.
+class RecordingHandler : public MessageHandler
+{
+    Q_OBJECT
+public:
+    RecordingHandler(Server *server, const QString &name);
+
+    void handle(const QJsonObject &message, QWebSocket *socket) override;
+
+    struct Call
+    {
+        QJsonObject message;
+        QPointer<QWebSocket> socket;
+    };
+    QList<Call> calls;
+    bool reply = true;
+};
+
+// Follows the sockets that a Server accepts (it adopts each one as a child) and keeps what
+// their dynamic properties held at the end.
+class SocketWatcher : public QObject
+{
+    Q_OBJECT
+public:
+    explicit SocketWatcher(Server *server);
+
+    bool eventFilter(QObject *watched, QEvent *event) override;
+
+    QList<QPointer<QWebSocket>> sockets;
+    // Properties "i", "t", "k" and "v" of each socket when it was deleted, in accept order.
+    QList<QVariantMap> propertiesAtEnd;
+    int disconnectedCount = 0;
+    int destroyedCount = 0;
+};
+
+namespace Pairing {
+// Stores an authorization as an earlier pairing would have.
+void authorize(const QString &id, const QString &token);
+// Connects a device whose token is stored and waits until it is authenticated.
+bool connectAuthenticated(ProtocolClient &client, quint16 port);
+} // namespace Pairing
