@@ -21,7 +21,7 @@ struct KeySchedule
 void expandKey(const uint8_t *key, int keyWords, KeySchedule &schedule);
 
 // For ECB and CBC only whole blocks are processed; CFB and OFB also handle a partial last block.
-// iv is 16 bytes and ignored by ECB.
+// iv is 16 bytes and ignored by ECB. Encryption may run in place; decryption may not.
 void encryptPortable(Mode mode, const KeySchedule &ks, const uint8_t *iv, const uint8_t *in,
                      uint8_t *out, size_t length);
 void decryptPortable(Mode mode, const KeySchedule &ks, const uint8_t *iv, const uint8_t *in,
@@ -48,7 +48,7 @@ static inline void copy16(uint8_t *out, const uint8_t *in)
 }
 
 // The chaining of every mode over a single-block cipher. Encrypt and Decrypt map 16 bytes to 16
-// bytes (in and out never overlap).
+// bytes. Encryption may run in place (in == out); decryption needs separate buffers.
 template<typename Encrypt>
 static inline void encryptModes(Mode mode, Encrypt encrypt, const uint8_t *iv, const uint8_t *in,
                          uint8_t *out, size_t length)

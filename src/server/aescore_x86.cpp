@@ -8,8 +8,8 @@ namespace {
 
 struct HardwareCipher
 {
-    __m128i ek[15];
-    __m128i dk[15];
+    __m128i ek[15] = {};
+    __m128i dk[15] = {};
     int rounds;
 
     HardwareCipher(const KeySchedule &ks, bool forDecryption)

@@ -76,8 +76,32 @@ QByteArray paddingFor(QAESEncryption::Padding padding, int currentSize)
                           : QByteArray(QAESEncryption::blockLength - remainder, '\0');
 }
 
-QByteArray run(bool encrypting, QAESEncryption::Aes level, QAESEncryption::Mode mode,
-               const QByteArray &input, const QByteArray &key, const QByteArray &iv)
+const uint8_t *ivBytes(const QByteArray &iv)
+{
+    static const uint8_t noIv[16] = {};
+    return iv.isEmpty() ? noIv : reinterpret_cast<const uint8_t *>(iv.constData());
+}
+
+// Encrypts in place: every mode reads a block before it writes it.
+void encryptInPlace(QAESEncryption::Aes level, QAESEncryption::Mode mode, QByteArray &text,
+                    const QByteArray &key, const QByteArray &iv)
+{
+    const bool stream = mode == QAESEncryption::CFB || mode == QAESEncryption::OFB;
+    const int length = stream ? text.size()
+                              : text.size() - text.size() % QAESEncryption::blockLength;
+    text.truncate(length);
+    if (length == 0)
+        return;
+    const aescore::KeySchedule ks = schedule(level, key);
+    auto *bytes = reinterpret_cast<uint8_t *>(text.data());
+    if (hardwareSwitch().load(std::memory_order_relaxed))
+        aescore::encryptHardware(coreMode(mode), ks, ivBytes(iv), bytes, bytes, size_t(length));
+    else
+        aescore::encryptPortable(coreMode(mode), ks, ivBytes(iv), bytes, bytes, size_t(length));
+}
+
+QByteArray decrypt(QAESEncryption::Aes level, QAESEncryption::Mode mode, const QByteArray &input,
+                   const QByteArray &key, const QByteArray &iv)
 {
     if (!ivAcceptable(mode, iv))
         return QByteArray();
@@ -87,24 +111,13 @@ QByteArray run(bool encrypting, QAESEncryption::Aes level, QAESEncryption::Mode 
     if (length == 0)
         return QByteArray();
     const aescore::KeySchedule ks = schedule(level, key);
-    static const uint8_t noIv[16] = {};
-    const auto *ivBytes = iv.isEmpty() ? noIv : reinterpret_cast<const uint8_t *>(iv.constData());
     const auto *in = reinterpret_cast<const uint8_t *>(input.constData());
     QByteArray output(length, Qt::Uninitialized);
     auto *out = reinterpret_cast<uint8_t *>(output.data());
-    const bool hardware = hardwareSwitch().load(std::memory_order_relaxed);
-    const aescore::Mode m = coreMode(mode);
-    if (encrypting) {
-        if (hardware)
-            aescore::encryptHardware(m, ks, ivBytes, in, out, size_t(length));
-        else
-            aescore::encryptPortable(m, ks, ivBytes, in, out, size_t(length));
-    } else {
-        if (hardware)
-            aescore::decryptHardware(m, ks, ivBytes, in, out, size_t(length));
-        else
-            aescore::decryptPortable(m, ks, ivBytes, in, out, size_t(length));
-    }
+    if (hardwareSwitch().load(std::memory_order_relaxed))
+        aescore::decryptHardware(coreMode(mode), ks, ivBytes(iv), in, out, size_t(length));
+    else
+        aescore::decryptPortable(coreMode(mode), ks, ivBytes(iv), in, out, size_t(length));
     return output;
 }
 
@@ -115,13 +128,19 @@ QByteArray QAESEncryption::Crypt(Aes level, Mode mode, const QByteArray &rawText
 {
     if (!ivAcceptable(mode, iv))
         return QByteArray();
-    return run(true, level, mode, rawText + paddingFor(padding, rawText.size()), key, iv);
+    const QByteArray pad = paddingFor(padding, rawText.size());
+    QByteArray text;
+    text.reserve(rawText.size() + pad.size());
+    text.append(rawText);
+    text.append(pad);
+    encryptInPlace(level, mode, text, key, iv);
+    return text;
 }
 
 QByteArray QAESEncryption::Decrypt(Aes level, Mode mode, const QByteArray &rawText,
                                    const QByteArray &key, const QByteArray &iv, Padding)
 {
-    return run(false, level, mode, rawText, key, iv);
+    return decrypt(level, mode, rawText, key, iv);
 }
 
 QByteArray QAESEncryption::ExpandKey(Aes level, const QByteArray &key)

@@ -35,8 +35,16 @@ public:
             emit self->q->servicePublished();
         } else {
             self->cleanUp();
-            emit self->q->error(QZeroConf::serviceRegistrationFailed);
+            emit self->q->error(errorFor(error));
         }
+    }
+
+    // Where the system does not rename on a conflict itself (Avahi refuses a name already taken
+    // on this host), the caller gets the chance to choose another name.
+    static QZeroConf::error_t errorFor(DNSServiceErrorType error)
+    {
+        return error == kDNSServiceErr_NameConflict ? QZeroConf::serviceNameCollision
+                                                    : QZeroConf::serviceRegistrationFailed;
     }
 
     void onSocketReadyRead()
@@ -59,6 +67,7 @@ QZeroConf::QZeroConf(QObject *parent)
     : QObject(parent)
     , d(new QZeroConfPrivate(this))
 {
+    qRegisterMetaType<QZeroConf::error_t>();
     // Avahi's compatibility layer otherwise prints a warning at every registration.
     if (!qEnvironmentVariableIsSet("AVAHI_COMPAT_NOWARN"))
         qputenv("AVAHI_COMPAT_NOWARN", "1");
@@ -83,7 +92,7 @@ void QZeroConf::startServicePublish(const char *name, const char *type, const ch
     if (result != kDNSServiceErr_NoError) {
         d->publishRef = nullptr;
         d->cleanUp();
-        emit error(serviceRegistrationFailed);
+        emit error(QZeroConfPrivate::errorFor(result));
         return;
     }
     const int fd = DNSServiceRefSockFD(d->publishRef);

@@ -7,7 +7,6 @@
 #include "serverlogging.h"
 
 #include <QCryptographicHash>
-#include <QDataStream>
 #include <QGuiApplication>
 #include <QHostInfo>
 #include <QJsonDocument>
@@ -17,6 +16,9 @@
 #include <QUrlQuery>
 #include <QWebSocket>
 #include <QWebSocketServer>
+#include <QtEndian>
+
+#include <cstring>
 
 Q_LOGGING_CATEGORY(lcServer, "velm.server")
 Q_LOGGING_CATEGORY(lcZeroConf, "velm.server.zeroconf")
@@ -183,7 +185,10 @@ void Server::onNewConnection()
     socket->setMaxAllowedIncomingMessageSize(maxIncomingMessageSize);
     socket->setMaxAllowedIncomingFrameSize(maxIncomingMessageSize);
     connections.append(socket);
-    connect(socket, &QWebSocket::binaryMessageReceived, this, &Server::onBinaryMessageReceived);
+    // The socket is bound here rather than looked up with sender(), which walks every
+    // connection to the server on each message.
+    connect(socket, &QWebSocket::binaryMessageReceived, this,
+            [this, socket](const QByteArray &message) { dispatch(socket, message); });
     connect(socket, &QWebSocket::disconnected, this, &Server::socketDisconnected);
 
     const QUrlQuery query(socket->requestUrl());
@@ -270,14 +275,16 @@ void Server::sendFramed(QWebSocket *socket, const QByteArray &json,
     int total = 4 + body.size();
     for (const MessagePart &part : parts)
         total += 5 + part.data.size();
-    QByteArray buffer;
-    buffer.reserve(total);
-    QDataStream stream(&buffer, QIODevice::WriteOnly);
-    stream << qint32(body.size());
-    stream.writeRawData(body.constData(), body.size());
+    QByteArray buffer(total, Qt::Uninitialized);
+    char *out = buffer.data();
+    qToBigEndian<qint32>(body.size(), out);
+    memcpy(out + 4, body.constData(), size_t(body.size()));
+    out += 4 + body.size();
     for (const MessagePart &part : parts) {
-        stream << qint8(part.type) << qint32(part.data.size());
-        stream.writeRawData(part.data.constData(), part.data.size());
+        *out = char(part.type);
+        qToBigEndian<qint32>(part.data.size(), out + 1);
+        memcpy(out + 5, part.data.constData(), size_t(part.data.size()));
+        out += 5 + part.data.size();
     }
     socket->sendBinaryMessage(buffer);
 }
@@ -308,10 +315,12 @@ void Server::runHandler(const QString &method)
 
 void Server::onBinaryMessageReceived(const QByteArray &message)
 {
-    auto *socket = qobject_cast<QWebSocket *>(sender());
-    if (!socket)
-        return;
+    if (auto *socket = qobject_cast<QWebSocket *>(sender()))
+        dispatch(socket, message);
+}
 
+void Server::dispatch(QWebSocket *socket, const QByteArray &message)
+{
     QByteArray data = message;
     const QByteArray key = socket->property(aesKeyProperty).toByteArray();
     if (!key.isEmpty())
@@ -481,12 +490,12 @@ QByteArray Server::computeAESKey(const QString &id, const QString &token,
 
 QByteArray Server::encrypt(const QByteArray &plain, const QByteArray &key) const
 {
-    QByteArray iv;
-    iv.reserve(QAESEncryption::blockLength);
-    QDataStream stream(&iv, QIODevice::WriteOnly);
+    // The vector is four engine outputs, each written big-endian.
+    char iv[QAESEncryption::blockLength];
     for (int i = 0; i < 4; ++i)
-        stream << qint32(Random::generate());
-    return iv + aes.encode(plain, key, iv);
+        qToBigEndian<quint32>(Random::generate(), iv + 4 * i);
+    const QByteArray vector = QByteArray::fromRawData(iv, sizeof iv);
+    return vector + aes.encode(plain, key, vector);
 }
 
 QByteArray Server::decrypt(const QByteArray &body, const QByteArray &key) const

@@ -119,6 +119,7 @@ private:
     void onNetworkWatch();
     void onApplicationStateChanged(Qt::ApplicationState state);
     void closeSocket(QWebSocket *socket);
+    void dispatch(QWebSocket *socket, const QByteArray &message);
     void sendFramed(QWebSocket *socket, const QByteArray &json, const QVector<MessagePart> &parts);
 
     QZeroConf zeroConf;

@@ -154,13 +154,15 @@ void ProtocolClient::sendRaw(const QByteArray &bytes)
 
 void ProtocolClient::onBinaryMessage(const QByteArray &message)
 {
-    rawMessages.append(message);
+    if (m_keepFrames)
+        rawMessages.append(message);
     Frame frame;
     // The session token arrives in plain text although the key is about to exist; try the key
     // only once it has been derived.
     if (!parseFrame(message, m_key, &frame))
         return;
-    frames.append(frame);
+    if (m_keepFrames)
+        frames.append(frame);
     const QString method = frame.method();
     if (method == QLatin1String("wa")) {
         emit waitingForUser();

@@ -43,6 +43,8 @@ public:
     void setAutoProve(bool on) { m_autoProve = on; }
     // Upper-case hex in the proof (a wrong proof).
     void setUpperCaseProof(bool on) { m_upperCaseProof = on; }
+    // When off, frames and raw messages are only signalled, not kept (long benchmark runs).
+    void setKeepFrames(bool on) { m_keepFrames = on; }
     void prove();
 
     // Encrypted with the session key when there is one.
@@ -84,6 +86,7 @@ private:
     bool m_authenticated = false;
     bool m_autoProve = true;
     bool m_upperCaseProof = false;
+    bool m_keepFrames = true;
     bool m_closed = false;
     int m_closeCode = -1;
 };

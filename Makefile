@@ -1,0 +1,68 @@
+# Velm Server. `make run` installs what is missing and runs the server; `make test` installs,
+# builds and runs the whole suite (unit, integration and rig tests), once as a normal build and
+# once under AddressSanitizer and UndefinedBehaviorSanitizer.
+
+WERROR ?= $(if $(CI),ON,OFF)
+JOBS ?= $(shell nproc)
+FUZZ_SECONDS ?= 20
+DEV := build/dev
+ASAN := build/asan
+RELEASE := build/release
+FUZZ := build/fuzz
+# Without a display the server runs on Qt's offscreen platform.
+HEADLESS := $(if $(DISPLAY)$(WAYLAND_DISPLAY),,QT_QPA_PLATFORM=offscreen)
+
+.PHONY: all deps build build-asan test test-dev test-asan run bench fuzz format clean
+
+all: build
+
+deps:
+	@scripts/deps
+
+$(DEV)/build.ninja:
+	cmake -S . -B $(DEV) -G Ninja -DCMAKE_BUILD_TYPE=Debug -DVELM_WERROR=$(WERROR)
+
+$(ASAN)/build.ninja:
+	cmake -S . -B $(ASAN) -G Ninja -DCMAKE_BUILD_TYPE=Debug -DVELM_WERROR=$(WERROR) \
+		-DVELM_SANITIZE=ON -DVELM_BUILD_BENCH=OFF
+
+$(RELEASE)/build.ninja:
+	cmake -S . -B $(RELEASE) -G Ninja -DCMAKE_BUILD_TYPE=Release -DVELM_BUILD_TESTS=OFF
+
+build: deps $(DEV)/build.ninja
+	cmake --build $(DEV) -j $(JOBS)
+
+build-asan: deps $(ASAN)/build.ninja
+	cmake --build $(ASAN) -j $(JOBS)
+
+test: test-dev test-asan
+
+test-dev: build
+	cd $(DEV) && ctest --output-on-failure --timeout 300
+
+test-asan: build-asan
+	cd $(ASAN) && ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 \
+		UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+		LSAN_OPTIONS=suppressions=$(CURDIR)/tests/lsan.supp \
+		ctest --output-on-failure --timeout 600
+
+run: build
+	$(HEADLESS) $(DEV)/src/shell/velm-server
+
+bench: deps $(RELEASE)/build.ninja
+	cmake -S . -B $(RELEASE) -DVELM_BUILD_BENCH=ON >/dev/null
+	cmake --build $(RELEASE) -j $(JOBS) --target bench_roundtrip
+	$(RELEASE)/bench/bench_roundtrip
+
+fuzz:
+	@scripts/deps --fuzz
+	CC=clang CXX=clang++ cmake -S fuzz -B $(FUZZ) -G Ninja -DCMAKE_BUILD_TYPE=Debug
+	cmake --build $(FUZZ) -j $(JOBS)
+	cd $(FUZZ) && ctest --output-on-failure -E none -D FUZZ_SECONDS=$(FUZZ_SECONDS) || \
+		(cd $(CURDIR)/$(FUZZ) && ctest --output-on-failure)
+
+format:
+	git ls-files '*.cpp' '*.h' | xargs clang-format -i
+
+clean:
+	rm -rf build
