@@ -41,7 +41,7 @@ test-dev: build
 	cd $(DEV) && ctest --output-on-failure --timeout 300
 
 test-asan: build-asan
-	cd $(ASAN) && ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 \
+	cd $(ASAN) && ASAN_OPTIONS=detect_leaks=1:abort_on_error=1:fast_unwind_on_malloc=0 \
 		UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
 		LSAN_OPTIONS=suppressions=$(CURDIR)/tests/lsan.supp \
 		ctest --output-on-failure --timeout 600
@@ -56,10 +56,11 @@ bench: deps $(RELEASE)/build.ninja
 
 fuzz:
 	@scripts/deps --fuzz
-	CC=clang CXX=clang++ cmake -S fuzz -B $(FUZZ) -G Ninja -DCMAKE_BUILD_TYPE=Debug
+	CC=clang CXX=clang++ cmake -S . -B $(FUZZ) -G Ninja -DCMAKE_BUILD_TYPE=Debug \
+		-DVELM_BUILD_FUZZ=ON -DVELM_BUILD_TESTS=OFF -DVELM_BUILD_BENCH=OFF \
+		-DVELM_FUZZ_SECONDS=$(FUZZ_SECONDS)
 	cmake --build $(FUZZ) -j $(JOBS)
-	cd $(FUZZ) && ctest --output-on-failure -E none -D FUZZ_SECONDS=$(FUZZ_SECONDS) || \
-		(cd $(CURDIR)/$(FUZZ) && ctest --output-on-failure)
+	cd $(FUZZ) && ctest --output-on-failure
 
 format:
 	git ls-files '*.cpp' '*.h' | xargs clang-format -i

@@ -88,6 +88,10 @@ public:
 
     void publishZeroConfService();
 
+    // Processes one binary message as if it had arrived on socket: decrypt, parse, check the
+    // permission, hand it to its handler.
+    void dispatch(QWebSocket *socket, const QByteArray &message);
+
     // The port being listened on, 0 while not listening.
     quint16 serverPort() const;
     const QVector<QWebSocket *> &getConnections() const { return connections; }
@@ -119,7 +123,6 @@ private:
     void onNetworkWatch();
     void onApplicationStateChanged(Qt::ApplicationState state);
     void closeSocket(QWebSocket *socket);
-    void dispatch(QWebSocket *socket, const QByteArray &message);
     void sendFramed(QWebSocket *socket, const QByteArray &json, const QVector<MessagePart> &parts);
 
     QZeroConf zeroConf;

@@ -147,5 +147,5 @@ void TestDnsSd::stoppedServiceCanBePublishedAgain()
     QCOMPARE(service.value(QStringLiteral("port")).toInt(), 50006);
 }
 
-QTEST_MAIN(TestDnsSd)
+QTEST_GUILESS_MAIN(TestDnsSd)
 #include "tst_dnssd.moc"

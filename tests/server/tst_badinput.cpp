@@ -204,5 +204,5 @@ void TestBadInput::manyConnectionsComeAndGo()
     QTRY_COMPARE(server->findChildren<QWebSocket *>().size(), 0);
 }
 
-QTEST_MAIN(TestBadInput)
+QTEST_GUILESS_MAIN(TestBadInput)
 #include "tst_badinput.moc"

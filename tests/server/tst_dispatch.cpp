@@ -235,5 +235,5 @@ void TestDispatch::decryptEdgeCases()
     QVERIFY(server->decrypt(QByteArray(17, 'a'), key).isEmpty());
 }
 
-QTEST_MAIN(TestDispatch)
+QTEST_GUILESS_MAIN(TestDispatch)
 #include "tst_dispatch.moc"

@@ -379,5 +379,5 @@ void TestPairing::keyDerivationExample()
              QCryptographicHash::hash(QByteArray("aba"), QCryptographicHash::Sha1));
 }
 
-QTEST_MAIN(TestPairing)
+QTEST_GUILESS_MAIN(TestPairing)
 #include "tst_pairing.moc"

@@ -59,5 +59,5 @@ void TestQZeroConf::serverServiceName()
     QCOMPARE(server.zeroConfServiceName(), QStringLiteral("Velm Server@") + QHostInfo::localHostName());
 }
 
-QTEST_MAIN(TestQZeroConf)
+QTEST_GUILESS_MAIN(TestQZeroConf)
 #include "tst_qzeroconf.moc"

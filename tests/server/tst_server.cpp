@@ -321,5 +321,5 @@ void TestServer::maxIncomingMessageSize()
     QCOMPARE(handler->calls.at(0).message.value(L::value).toString().size(), filler.size());
 }
 
-QTEST_MAIN(TestServer)
+QTEST_GUILESS_MAIN(TestServer)
 #include "tst_server.moc"
