@@ -38,12 +38,11 @@ class BenchHandler : public MessageHandler
 public:
     BenchHandler(Server *server)
         : MessageHandler(server, benchCode)
-    {
-    }
+    { }
     void handle(const QJsonObject &message, QWebSocket *socket) override
     {
-        server->sendMessage(socket, name,
-                            QJsonObject { { L::id, message.value(L::id) }, { L::value, true } });
+        server->sendMessage(
+            socket, name, QJsonObject { { L::id, message.value(L::id) }, { L::value, true } });
     }
 };
 
@@ -110,9 +109,7 @@ struct EchoSetup : Setup
         QObject::connect(&server, &QWebSocketServer::newConnection, &server, [this] {
             QWebSocket *socket = server.nextPendingConnection();
             QObject::connect(socket, &QWebSocket::binaryMessageReceived, socket,
-                             [socket](const QByteArray &message) {
-                                 socket->sendBinaryMessage(message);
-                             });
+                [socket](const QByteArray &message) { socket->sendBinaryMessage(message); });
         });
     }
 
@@ -121,7 +118,7 @@ struct EchoSetup : Setup
         auto socket = std::make_unique<QWebSocket>();
         QWebSocket *s = socket.get();
         QObject::connect(s, &QWebSocket::binaryMessageReceived, s,
-                         [&driver](const QByteArray &) { driver.onReply(); });
+            [&driver](const QByteArray &) { driver.onReply(); });
         s->open(QUrl(QStringLiteral("ws://127.0.0.1:%1/").arg(server.serverPort())));
         if (!waitUntil([s] { return s->state() == QAbstractSocket::ConnectedState; }))
             return false;
@@ -180,7 +177,7 @@ struct RawClientSetup : Setup
         QWebSocket *s = &c->socket();
         QObject::disconnect(s, &QWebSocket::binaryMessageReceived, c, nullptr);
         QObject::connect(s, &QWebSocket::binaryMessageReceived, s,
-                         [&driver](const QByteArray &) { driver.onReply(); });
+            [&driver](const QByteArray &) { driver.onReply(); });
         driver.send = [s, body] { s->sendBinaryMessage(body); };
         return true;
     }
@@ -304,7 +301,7 @@ int main(int argc, char *argv[])
 
     std::printf("Round trips on loopback, one process, %d requests for latency, %d ms per "
                 "throughput run\n\n",
-                roundTrips, window);
+        roundTrips, window);
     Latency echoLatency, velmLatency;
     double echo10, velm10, echo100, velm100;
     {
@@ -334,23 +331,23 @@ int main(int argc, char *argv[])
 
     std::printf("%-34s %14s %14s %8s\n", "", "(a) bare echo", "(b) Velm", "(b)/(a)");
     std::printf("%-34s %14.1f %14.1f %8.2f\n", "latency p50, 1 client (us)", echoLatency.p50,
-                velmLatency.p50, velmLatency.p50 / echoLatency.p50);
+        velmLatency.p50, velmLatency.p50 / echoLatency.p50);
     std::printf("%-34s %14.1f %14.1f %8.2f\n", "latency p99, 1 client (us)", echoLatency.p99,
-                velmLatency.p99, velmLatency.p99 / echoLatency.p99);
+        velmLatency.p99, velmLatency.p99 / echoLatency.p99);
     std::printf("%-34s %14.0f %14.0f %8.2f\n", "throughput, 10 clients (msg/s)", echo10, velm10,
-                velm10 / echo10);
-    std::printf("%-34s %14.0f %14.0f %8.2f\n", "throughput, 100 clients (msg/s)", echo100,
-                velm100, velm100 / echo100);
+        velm10 / echo10);
+    std::printf("%-34s %14.0f %14.0f %8.2f\n", "throughput, 100 clients (msg/s)", echo100, velm100,
+        velm100 / echo100);
     std::printf("\nTargets: p50 ratio <= 1.15, throughput ratio >= 0.85\n\n");
 
     const bool hardware = QAESEncryption::hardwareAccelerationAvailable();
     std::printf("AES-128-CBC encrypt + decrypt (MiB/s)  %12s %12s\n", "portable",
-                hardware ? "hardware" : "(no AES-NI)");
+        hardware ? "hardware" : "(no AES-NI)");
     for (int size : { 64, 64 * 1024 }) {
         const double portable = aesThroughput(false, size);
         const double fast = hardware ? aesThroughput(true, size) : 0;
         std::printf("%-38s %12.1f %12.1f\n", size == 64 ? "  64 B messages" : "  64 KB messages",
-                    portable, fast);
+            portable, fast);
     }
     return 0;
 }

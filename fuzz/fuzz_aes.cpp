@@ -41,7 +41,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     // PKCS#7 padding is reversible for any text. ISO padding adds nothing to a whole number of
     // blocks, so it is reversible only where it added something; ZERO padding not reliably.
     const bool reversible = padding == QAESEncryption::PKCS7
-                            || (padding == QAESEncryption::ISO && text.size() % 16 != 0);
+        || (padding == QAESEncryption::ISO && text.size() % 16 != 0);
     if (!hardwareCipher.isEmpty() && reversible) {
         if (aes.removePadding(aes.decode(hardwareCipher, key, iv)) != text)
             abort();

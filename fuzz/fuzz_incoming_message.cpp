@@ -37,11 +37,11 @@ struct Harness
         QCoreApplication::processEvents();
         withKey = new QWebSocket;
         withKey->setProperty(Server::idProperty, QStringLiteral("device"));
-        withKey->setProperty(Server::sessionTokenProperty,
-                             QStringLiteral("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdef"));
+        withKey->setProperty(
+            Server::sessionTokenProperty, QStringLiteral("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdef"));
         withKey->setProperty(Server::aesKeyProperty,
-                             Server::computeAESKey(QStringLiteral("device"), QStringLiteral("t"),
-                                                   QStringLiteral("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdef")));
+            Server::computeAESKey(QStringLiteral("device"), QStringLiteral("t"),
+                QStringLiteral("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdef")));
         withoutKey = new QWebSocket;
     }
 };
@@ -53,7 +53,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     if (size == 0)
         return 0;
     QWebSocket *socket = (data[0] & 1) ? harness.withKey : harness.withoutKey;
-    harness.server->dispatch(socket, QByteArray(reinterpret_cast<const char *>(data + 1),
-                                                int(size - 1)));
+    harness.server->dispatch(
+        socket, QByteArray(reinterpret_cast<const char *>(data + 1), int(size - 1)));
     return 0;
 }

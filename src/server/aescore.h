@@ -23,16 +23,16 @@ void expandKey(const uint8_t *key, int keyWords, KeySchedule &schedule);
 // For ECB and CBC only whole blocks are processed; CFB and OFB also handle a partial last block.
 // iv is 16 bytes and ignored by ECB. Encryption may run in place; decryption may not.
 void encryptPortable(Mode mode, const KeySchedule &ks, const uint8_t *iv, const uint8_t *in,
-                     uint8_t *out, size_t length);
+    uint8_t *out, size_t length);
 void decryptPortable(Mode mode, const KeySchedule &ks, const uint8_t *iv, const uint8_t *in,
-                     uint8_t *out, size_t length);
+    uint8_t *out, size_t length);
 
 // Whether this processor has AES instructions that the hardware path can use.
 bool hardwareAvailable();
 void encryptHardware(Mode mode, const KeySchedule &ks, const uint8_t *iv, const uint8_t *in,
-                     uint8_t *out, size_t length);
+    uint8_t *out, size_t length);
 void decryptHardware(Mode mode, const KeySchedule &ks, const uint8_t *iv, const uint8_t *in,
-                     uint8_t *out, size_t length);
+    uint8_t *out, size_t length);
 
 namespace detail {
 static inline void xor16(uint8_t *out, const uint8_t *a, const uint8_t *b, size_t n = 16)
@@ -50,8 +50,8 @@ static inline void copy16(uint8_t *out, const uint8_t *in)
 // The chaining of every mode over a single-block cipher. Encrypt and Decrypt map 16 bytes to 16
 // bytes. Encryption may run in place (in == out); decryption needs separate buffers.
 template<typename Encrypt>
-static inline void encryptModes(Mode mode, Encrypt encrypt, const uint8_t *iv, const uint8_t *in,
-                         uint8_t *out, size_t length)
+static inline void encryptModes(
+    Mode mode, Encrypt encrypt, const uint8_t *iv, const uint8_t *in, uint8_t *out, size_t length)
 {
     uint8_t chain[16];
     uint8_t block[16];
@@ -93,7 +93,7 @@ static inline void encryptModes(Mode mode, Encrypt encrypt, const uint8_t *iv, c
 
 template<typename Encrypt, typename Decrypt>
 static inline void decryptModes(Mode mode, Encrypt encrypt, Decrypt decrypt, const uint8_t *iv,
-                         const uint8_t *in, uint8_t *out, size_t length)
+    const uint8_t *in, uint8_t *out, size_t length)
 {
     uint8_t chain[16];
     uint8_t block[16];

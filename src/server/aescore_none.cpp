@@ -3,19 +3,16 @@
 
 namespace aescore {
 
-bool hardwareAvailable()
-{
-    return false;
-}
+bool hardwareAvailable() { return false; }
 
 void encryptHardware(Mode mode, const KeySchedule &ks, const uint8_t *iv, const uint8_t *in,
-                     uint8_t *out, size_t length)
+    uint8_t *out, size_t length)
 {
     encryptPortable(mode, ks, iv, in, out, length);
 }
 
 void decryptHardware(Mode mode, const KeySchedule &ks, const uint8_t *iv, const uint8_t *in,
-                     uint8_t *out, size_t length)
+    uint8_t *out, size_t length)
 {
     decryptPortable(mode, ks, iv, in, out, length);
 }

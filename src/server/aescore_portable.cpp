@@ -3,20 +3,11 @@
 namespace aescore {
 namespace {
 
-uint8_t rotl8(uint8_t x, int shift)
-{
-    return uint8_t((x << shift) | (x >> (8 - shift)));
-}
+uint8_t rotl8(uint8_t x, int shift) { return uint8_t((x << shift) | (x >> (8 - shift))); }
 
-uint32_t rotl32(uint32_t x, int shift)
-{
-    return (x << shift) | (x >> (32 - shift));
-}
+uint32_t rotl32(uint32_t x, int shift) { return (x << shift) | (x >> (32 - shift)); }
 
-uint8_t xtime(uint8_t x)
-{
-    return uint8_t((x << 1) ^ ((x & 0x80) ? 0x1b : 0));
-}
+uint8_t xtime(uint8_t x) { return uint8_t((x << 1) ^ ((x & 0x80) ? 0x1b : 0)); }
 
 uint8_t gmul(uint8_t a, uint8_t b)
 {
@@ -61,10 +52,10 @@ struct Tables
         for (int i = 0; i < 256; ++i) {
             const uint8_t s = sbox[i];
             const uint32_t e = uint32_t(gmul(s, 2)) | uint32_t(s) << 8 | uint32_t(s) << 16
-                               | uint32_t(gmul(s, 3)) << 24;
+                | uint32_t(gmul(s, 3)) << 24;
             const uint8_t v = inverseSbox[i];
             const uint32_t d = uint32_t(gmul(v, 14)) | uint32_t(gmul(v, 9)) << 8
-                               | uint32_t(gmul(v, 13)) << 16 | uint32_t(gmul(v, 11)) << 24;
+                | uint32_t(gmul(v, 13)) << 16 | uint32_t(gmul(v, 11)) << 24;
             for (int t = 0; t < 4; ++t) {
                 te[t][i] = t ? rotl32(e, 8 * t) : e;
                 td[t][i] = t ? rotl32(d, 8 * t) : d;
@@ -92,10 +83,7 @@ void store32(uint8_t *p, uint32_t v)
     p[3] = uint8_t(v >> 24);
 }
 
-uint8_t byteOf(uint32_t w, int row)
-{
-    return uint8_t(w >> (8 * row));
-}
+uint8_t byteOf(uint32_t w, int row) { return uint8_t(w >> (8 * row)); }
 
 struct PortableCipher
 {
@@ -118,8 +106,7 @@ struct PortableCipher
                     dk[4 * r + c] = w;
                 } else {
                     dk[4 * r + c] = t.td[0][t.sbox[byteOf(w, 0)]] ^ t.td[1][t.sbox[byteOf(w, 1)]]
-                                    ^ t.td[2][t.sbox[byteOf(w, 2)]]
-                                    ^ t.td[3][t.sbox[byteOf(w, 3)]];
+                        ^ t.td[2][t.sbox[byteOf(w, 2)]] ^ t.td[3][t.sbox[byteOf(w, 3)]];
                 }
             }
         }
@@ -134,17 +121,17 @@ struct PortableCipher
         for (int r = 1; r < rounds; ++r) {
             for (int c = 0; c < 4; ++c) {
                 n[c] = t.te[0][byteOf(s[c], 0)] ^ t.te[1][byteOf(s[(c + 1) & 3], 1)]
-                       ^ t.te[2][byteOf(s[(c + 2) & 3], 2)] ^ t.te[3][byteOf(s[(c + 3) & 3], 3)]
-                       ^ ek[4 * r + c];
+                    ^ t.te[2][byteOf(s[(c + 2) & 3], 2)] ^ t.te[3][byteOf(s[(c + 3) & 3], 3)]
+                    ^ ek[4 * r + c];
             }
             for (int c = 0; c < 4; ++c)
                 s[c] = n[c];
         }
         for (int c = 0; c < 4; ++c) {
             const uint32_t w = uint32_t(t.sbox[byteOf(s[c], 0)])
-                               | uint32_t(t.sbox[byteOf(s[(c + 1) & 3], 1)]) << 8
-                               | uint32_t(t.sbox[byteOf(s[(c + 2) & 3], 2)]) << 16
-                               | uint32_t(t.sbox[byteOf(s[(c + 3) & 3], 3)]) << 24;
+                | uint32_t(t.sbox[byteOf(s[(c + 1) & 3], 1)]) << 8
+                | uint32_t(t.sbox[byteOf(s[(c + 2) & 3], 2)]) << 16
+                | uint32_t(t.sbox[byteOf(s[(c + 3) & 3], 3)]) << 24;
             store32(out + 4 * c, w ^ ek[4 * rounds + c]);
         }
     }
@@ -158,17 +145,17 @@ struct PortableCipher
         for (int r = 1; r < rounds; ++r) {
             for (int c = 0; c < 4; ++c) {
                 n[c] = t.td[0][byteOf(s[c], 0)] ^ t.td[1][byteOf(s[(c + 3) & 3], 1)]
-                       ^ t.td[2][byteOf(s[(c + 2) & 3], 2)] ^ t.td[3][byteOf(s[(c + 1) & 3], 3)]
-                       ^ dk[4 * r + c];
+                    ^ t.td[2][byteOf(s[(c + 2) & 3], 2)] ^ t.td[3][byteOf(s[(c + 1) & 3], 3)]
+                    ^ dk[4 * r + c];
             }
             for (int c = 0; c < 4; ++c)
                 s[c] = n[c];
         }
         for (int c = 0; c < 4; ++c) {
             const uint32_t w = uint32_t(t.inverseSbox[byteOf(s[c], 0)])
-                               | uint32_t(t.inverseSbox[byteOf(s[(c + 3) & 3], 1)]) << 8
-                               | uint32_t(t.inverseSbox[byteOf(s[(c + 2) & 3], 2)]) << 16
-                               | uint32_t(t.inverseSbox[byteOf(s[(c + 1) & 3], 3)]) << 24;
+                | uint32_t(t.inverseSbox[byteOf(s[(c + 3) & 3], 1)]) << 8
+                | uint32_t(t.inverseSbox[byteOf(s[(c + 2) & 3], 2)]) << 16
+                | uint32_t(t.inverseSbox[byteOf(s[(c + 1) & 3], 3)]) << 24;
             store32(out + 4 * c, w ^ dk[4 * rounds + c]);
         }
     }
@@ -190,14 +177,12 @@ void expandKey(const uint8_t *key, int keyWords, KeySchedule &schedule)
         if (i % keyWords == 0) {
             temp = (temp >> 8) | (temp << 24); // RotWord with row 0 in the low byte
             temp = uint32_t(t.sbox[byteOf(temp, 0)]) | uint32_t(t.sbox[byteOf(temp, 1)]) << 8
-                   | uint32_t(t.sbox[byteOf(temp, 2)]) << 16
-                   | uint32_t(t.sbox[byteOf(temp, 3)]) << 24;
+                | uint32_t(t.sbox[byteOf(temp, 2)]) << 16 | uint32_t(t.sbox[byteOf(temp, 3)]) << 24;
             temp ^= rcon;
             rcon = xtime(rcon);
         } else if (keyWords > 6 && i % keyWords == 4) {
             temp = uint32_t(t.sbox[byteOf(temp, 0)]) | uint32_t(t.sbox[byteOf(temp, 1)]) << 8
-                   | uint32_t(t.sbox[byteOf(temp, 2)]) << 16
-                   | uint32_t(t.sbox[byteOf(temp, 3)]) << 24;
+                | uint32_t(t.sbox[byteOf(temp, 2)]) << 16 | uint32_t(t.sbox[byteOf(temp, 3)]) << 24;
         }
         w[i] = w[i - keyWords] ^ temp;
     }
@@ -207,7 +192,7 @@ void expandKey(const uint8_t *key, int keyWords, KeySchedule &schedule)
 }
 
 void encryptPortable(Mode mode, const KeySchedule &ks, const uint8_t *iv, const uint8_t *in,
-                     uint8_t *out, size_t length)
+    uint8_t *out, size_t length)
 {
     const PortableCipher cipher(ks);
     detail::encryptModes(
@@ -215,7 +200,7 @@ void encryptPortable(Mode mode, const KeySchedule &ks, const uint8_t *iv, const 
 }
 
 void decryptPortable(Mode mode, const KeySchedule &ks, const uint8_t *iv, const uint8_t *in,
-                     uint8_t *out, size_t length)
+    uint8_t *out, size_t length)
 {
     const PortableCipher cipher(ks);
     detail::decryptModes(

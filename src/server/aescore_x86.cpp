@@ -61,18 +61,12 @@ struct HardwareCipher
     }
 };
 
-__m128i load(const uint8_t *p)
-{
-    return _mm_loadu_si128(reinterpret_cast<const __m128i *>(p));
-}
+__m128i load(const uint8_t *p) { return _mm_loadu_si128(reinterpret_cast<const __m128i *>(p)); }
 
-void store(uint8_t *p, __m128i v)
-{
-    _mm_storeu_si128(reinterpret_cast<__m128i *>(p), v);
-}
+void store(uint8_t *p, __m128i v) { _mm_storeu_si128(reinterpret_cast<__m128i *>(p), v); }
 
-void cbcDecrypt(const HardwareCipher &cipher, const uint8_t *iv, const uint8_t *in, uint8_t *out,
-                size_t blocks)
+void cbcDecrypt(
+    const HardwareCipher &cipher, const uint8_t *iv, const uint8_t *in, uint8_t *out, size_t blocks)
 {
     __m128i chain = load(iv);
     size_t b = 0;
@@ -105,7 +99,7 @@ bool hardwareAvailable()
 }
 
 void encryptHardware(Mode mode, const KeySchedule &ks, const uint8_t *iv, const uint8_t *in,
-                     uint8_t *out, size_t length)
+    uint8_t *out, size_t length)
 {
     const HardwareCipher cipher(ks, false);
     if (mode == Mode::CBC) {
@@ -117,12 +111,12 @@ void encryptHardware(Mode mode, const KeySchedule &ks, const uint8_t *iv, const 
         return;
     }
     detail::encryptModes(
-        mode, [&](const uint8_t *i, uint8_t *o) { store(o, cipher.encrypt(load(i))); }, iv, in,
-        out, length);
+        mode, [&](const uint8_t *i, uint8_t *o) { store(o, cipher.encrypt(load(i))); }, iv, in, out,
+        length);
 }
 
 void decryptHardware(Mode mode, const KeySchedule &ks, const uint8_t *iv, const uint8_t *in,
-                     uint8_t *out, size_t length)
+    uint8_t *out, size_t length)
 {
     const HardwareCipher cipher(ks, mode == Mode::ECB || mode == Mode::CBC);
     if (mode == Mode::CBC) {

@@ -8,8 +8,7 @@
 
 AuthenticationHandler::AuthenticationHandler(Server *server, const QString &name)
     : MessageHandler(server, name)
-{
-}
+{ }
 
 void AuthenticationHandler::handle(const QJsonObject &message, QWebSocket *socket)
 {

@@ -12,12 +12,6 @@ MessageHandler::MessageHandler(Server *server, QString name)
     QTimer::singleShot(0, this, &MessageHandler::install);
 }
 
-void MessageHandler::install()
-{
-    server->addHandler(this);
-}
+void MessageHandler::install() { server->addHandler(this); }
 
-void MessageHandler::run()
-{
-    server->runHandler(this);
-}
+void MessageHandler::run() { server->runHandler(this); }

@@ -84,11 +84,11 @@ const uint8_t *ivBytes(const QByteArray &iv)
 
 // Encrypts in place: every mode reads a block before it writes it.
 void encryptInPlace(QAESEncryption::Aes level, QAESEncryption::Mode mode, QByteArray &text,
-                    const QByteArray &key, const QByteArray &iv)
+    const QByteArray &key, const QByteArray &iv)
 {
     const bool stream = mode == QAESEncryption::CFB || mode == QAESEncryption::OFB;
-    const int length = stream ? text.size()
-                              : text.size() - text.size() % QAESEncryption::blockLength;
+    const int length
+        = stream ? text.size() : text.size() - text.size() % QAESEncryption::blockLength;
     text.truncate(length);
     if (length == 0)
         return;
@@ -101,13 +101,13 @@ void encryptInPlace(QAESEncryption::Aes level, QAESEncryption::Mode mode, QByteA
 }
 
 QByteArray decrypt(QAESEncryption::Aes level, QAESEncryption::Mode mode, const QByteArray &input,
-                   const QByteArray &key, const QByteArray &iv)
+    const QByteArray &key, const QByteArray &iv)
 {
     if (!ivAcceptable(mode, iv))
         return QByteArray();
     const bool stream = mode == QAESEncryption::CFB || mode == QAESEncryption::OFB;
-    const int length = stream ? input.size()
-                              : input.size() - input.size() % QAESEncryption::blockLength;
+    const int length
+        = stream ? input.size() : input.size() - input.size() % QAESEncryption::blockLength;
     if (length == 0)
         return QByteArray();
     const aescore::KeySchedule ks = schedule(level, key);
@@ -124,7 +124,7 @@ QByteArray decrypt(QAESEncryption::Aes level, QAESEncryption::Mode mode, const Q
 } // namespace
 
 QByteArray QAESEncryption::Crypt(Aes level, Mode mode, const QByteArray &rawText,
-                                 const QByteArray &key, const QByteArray &iv, Padding padding)
+    const QByteArray &key, const QByteArray &iv, Padding padding)
 {
     if (!ivAcceptable(mode, iv))
         return QByteArray();
@@ -138,7 +138,7 @@ QByteArray QAESEncryption::Crypt(Aes level, Mode mode, const QByteArray &rawText
 }
 
 QByteArray QAESEncryption::Decrypt(Aes level, Mode mode, const QByteArray &rawText,
-                                   const QByteArray &key, const QByteArray &iv, Padding)
+    const QByteArray &key, const QByteArray &iv, Padding)
 {
     return decrypt(level, mode, rawText, key, iv);
 }
@@ -184,17 +184,16 @@ QAESEncryption::QAESEncryption(Aes level, Mode mode, Padding padding, QObject *p
     , m_level(level)
     , m_mode(mode)
     , m_padding(padding)
-{
-}
+{ }
 
-QByteArray QAESEncryption::encode(const QByteArray &rawText, const QByteArray &key,
-                                  const QByteArray &iv) const
+QByteArray QAESEncryption::encode(
+    const QByteArray &rawText, const QByteArray &key, const QByteArray &iv) const
 {
     return Crypt(m_level, m_mode, rawText, key, iv, m_padding);
 }
 
-QByteArray QAESEncryption::decode(const QByteArray &rawText, const QByteArray &key,
-                                  const QByteArray &iv) const
+QByteArray QAESEncryption::decode(
+    const QByteArray &rawText, const QByteArray &key, const QByteArray &iv) const
 {
     return Decrypt(m_level, m_mode, rawText, key, iv, m_padding);
 }
@@ -214,15 +213,9 @@ QByteArray QAESEncryption::getPadding(int currentSize) const
     return paddingFor(m_padding, currentSize);
 }
 
-bool QAESEncryption::hardwareAccelerationAvailable()
-{
-    return aescore::hardwareAvailable();
-}
+bool QAESEncryption::hardwareAccelerationAvailable() { return aescore::hardwareAvailable(); }
 
-bool QAESEncryption::hardwareAccelerationEnabled()
-{
-    return hardwareSwitch().load();
-}
+bool QAESEncryption::hardwareAccelerationEnabled() { return hardwareSwitch().load(); }
 
 void QAESEncryption::setHardwareAccelerationEnabled(bool enabled)
 {

@@ -23,11 +23,10 @@ public:
     // Pads, then encrypts. Every mode but ECB needs an iv of exactly 16 bytes; without one the
     // result is empty.
     static QByteArray Crypt(Aes level, Mode mode, const QByteArray &rawText, const QByteArray &key,
-                            const QByteArray &iv = QByteArray(), Padding padding = ISO);
+        const QByteArray &iv = QByteArray(), Padding padding = ISO);
     // Decrypts and leaves the padding in place.
     static QByteArray Decrypt(Aes level, Mode mode, const QByteArray &rawText,
-                              const QByteArray &key, const QByteArray &iv = QByteArray(),
-                              Padding padding = ISO);
+        const QByteArray &key, const QByteArray &iv = QByteArray(), Padding padding = ISO);
     // The round keys, 16 bytes per round. Only the first 16, 24 or 32 bytes of key are read; a
     // shorter key reads as if filled up with zero bytes.
     static QByteArray ExpandKey(Aes level, const QByteArray &key);
@@ -36,9 +35,9 @@ public:
     explicit QAESEncryption(Aes level, Mode mode, Padding padding = ISO, QObject *parent = nullptr);
 
     QByteArray encode(const QByteArray &rawText, const QByteArray &key,
-                      const QByteArray &iv = QByteArray()) const;
+        const QByteArray &iv = QByteArray()) const;
     QByteArray decode(const QByteArray &rawText, const QByteArray &key,
-                      const QByteArray &iv = QByteArray()) const;
+        const QByteArray &iv = QByteArray()) const;
     QByteArray removePadding(const QByteArray &rawText) const;
     QByteArray expandKey(const QByteArray &key) const;
     // The bytes that this object's padding adds to a text of the given size.

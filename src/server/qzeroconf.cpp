@@ -11,8 +11,7 @@ class QZeroConfPrivate
 public:
     explicit QZeroConfPrivate(QZeroConf *q)
         : q(q)
-    {
-    }
+    { }
 
     void cleanUp()
     {
@@ -27,8 +26,8 @@ public:
         }
     }
 
-    static void DNSSD_API registerCallback(DNSServiceRef, DNSServiceFlags, DNSServiceErrorType error,
-                                           const char *, const char *, const char *, void *context)
+    static void DNSSD_API registerCallback(DNSServiceRef, DNSServiceFlags,
+        DNSServiceErrorType error, const char *, const char *, const char *, void *context)
     {
         auto *self = static_cast<QZeroConfPrivate *>(context);
         if (error == kDNSServiceErr_NoError) {
@@ -73,21 +72,18 @@ QZeroConf::QZeroConf(QObject *parent)
         qputenv("AVAHI_COMPAT_NOWARN", "1");
 }
 
-QZeroConf::~QZeroConf()
-{
-    d->cleanUp();
-}
+QZeroConf::~QZeroConf() { d->cleanUp(); }
 
-void QZeroConf::startServicePublish(const char *name, const char *type, const char *domain,
-                                    quint16 port)
+void QZeroConf::startServicePublish(
+    const char *name, const char *type, const char *domain, quint16 port)
 {
     if (d->publishRef) {
         emit error(serviceRegistrationFailed);
         return;
     }
-    const DNSServiceErrorType result = DNSServiceRegister(
-        &d->publishRef, 0, kDNSServiceInterfaceIndexAny, name, type, domain, nullptr,
-        qToBigEndian(port), uint16_t(d->txt.size()), d->txt.isEmpty() ? nullptr : d->txt.constData(),
+    const DNSServiceErrorType result = DNSServiceRegister(&d->publishRef, 0,
+        kDNSServiceInterfaceIndexAny, name, type, domain, nullptr, qToBigEndian(port),
+        uint16_t(d->txt.size()), d->txt.isEmpty() ? nullptr : d->txt.constData(),
         &QZeroConfPrivate::registerCallback, d.data());
     if (result != kDNSServiceErr_NoError) {
         d->publishRef = nullptr;
@@ -97,22 +93,16 @@ void QZeroConf::startServicePublish(const char *name, const char *type, const ch
     }
     const int fd = DNSServiceRefSockFD(d->publishRef);
     if (fd >= 0) {
-        d->publishNotifier.reset(new QSocketNotifier(fd, QSocketNotifier::Read),
-                                 &QObject::deleteLater);
+        d->publishNotifier.reset(
+            new QSocketNotifier(fd, QSocketNotifier::Read), &QObject::deleteLater);
         QObject::connect(d->publishNotifier.data(), &QSocketNotifier::activated, this,
-                         [this] { d->onSocketReadyRead(); });
+            [this] { d->onSocketReadyRead(); });
     }
 }
 
-void QZeroConf::stopServicePublish()
-{
-    d->cleanUp();
-}
+void QZeroConf::stopServicePublish() { d->cleanUp(); }
 
-bool QZeroConf::publishExists() const
-{
-    return d->publishRef != nullptr;
-}
+bool QZeroConf::publishExists() const { return d->publishRef != nullptr; }
 
 void QZeroConf::addServiceTxtRecord(QString name, QString value)
 {
@@ -127,12 +117,6 @@ void QZeroConf::addServiceTxtRecord(QString name)
     d->txt.append(name.toUtf8());
 }
 
-void QZeroConf::clearServiceTxtRecords()
-{
-    d->txt.clear();
-}
+void QZeroConf::clearServiceTxtRecords() { d->txt.clear(); }
 
-QByteArray QZeroConf::serviceTxtRecords() const
-{
-    return d->txt;
-}
+QByteArray QZeroConf::serviceTxtRecords() const { return d->txt; }

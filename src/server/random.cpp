@@ -14,10 +14,7 @@ std::mt19937 engine = makeEngine();
 } // namespace
 
 namespace Random {
-uint32_t generate()
-{
-    return engine();
-}
+uint32_t generate() { return engine(); }
 
 int integer(int min, int max)
 {

@@ -54,6 +54,7 @@ QString operatingSystemName()
 
 Server::Server(QObject *parent)
     : QObject(parent)
+    , zeroConf(this)
     , aes(QAESEncryption::AES_128, QAESEncryption::CBC, QAESEncryption::PKCS7)
 {
     connect(&zeroConf, &QZeroConf::error, this, &Server::onZeroConfError);
@@ -74,14 +75,11 @@ Server::Server(QObject *parent)
 
     if (auto *app = qobject_cast<QGuiApplication *>(QCoreApplication::instance())) {
         connect(app, &QGuiApplication::applicationStateChanged, this,
-                &Server::onApplicationStateChanged);
+            &Server::onApplicationStateChanged);
     }
 }
 
-Server::~Server()
-{
-    delete webSocketServer;
-}
+Server::~Server() { delete webSocketServer; }
 
 void Server::startMonitoringConnection()
 {
@@ -165,10 +163,7 @@ quint16 Server::serverPort() const
     return webSocketServer && webSocketServer->isListening() ? webSocketServer->serverPort() : 0;
 }
 
-void Server::onServerClosed()
-{
-    startWebSocketServer();
-}
+void Server::onServerClosed() { startWebSocketServer(); }
 
 void Server::onSslErrors(const QList<QSslError> &errors)
 {
@@ -188,7 +183,7 @@ void Server::onNewConnection()
     // The socket is bound here rather than looked up with sender(), which walks every
     // connection to the server on each message.
     connect(socket, &QWebSocket::binaryMessageReceived, this,
-            [this, socket](const QByteArray &message) { dispatch(socket, message); });
+        [this, socket](const QByteArray &message) { dispatch(socket, message); });
     connect(socket, &QWebSocket::disconnected, this, &Server::socketDisconnected);
 
     const QUrlQuery query(socket->requestUrl());
@@ -230,8 +225,8 @@ void Server::sendMessage(QWebSocket *socket, const QString &method, QJsonObject 
     sendMessage(socket, obj, QVector<MessagePart>());
 }
 
-void Server::sendMessage(QWebSocket *socket, const QJsonObject &obj,
-                         const QVector<MessagePart> &parts)
+void Server::sendMessage(
+    QWebSocket *socket, const QJsonObject &obj, const QVector<MessagePart> &parts)
 {
     sendFramed(socket, QJsonDocument(obj).toJson(QJsonDocument::Compact), parts);
 }
@@ -264,8 +259,8 @@ void Server::broadcastMessage(const QJsonObject &obj, const QVector<MessagePart>
         sendFramed(socket, json, parts);
 }
 
-void Server::sendFramed(QWebSocket *socket, const QByteArray &json,
-                        const QVector<MessagePart> &parts)
+void Server::sendFramed(
+    QWebSocket *socket, const QByteArray &json, const QVector<MessagePart> &parts)
 {
     if (!socket)
         return;
@@ -289,10 +284,7 @@ void Server::sendFramed(QWebSocket *socket, const QByteArray &json,
     socket->sendBinaryMessage(buffer);
 }
 
-void Server::addHandler(MessageHandler *handler)
-{
-    handlers.insert(handler->getName(), handler);
-}
+void Server::addHandler(MessageHandler *handler) { handlers.insert(handler->getName(), handler); }
 
 void Server::runHandler(MessageHandler *handler)
 {
@@ -309,8 +301,8 @@ void Server::runHandler(const QString &method)
     if (handler)
         runHandler(handler);
     else
-        qCWarning(lcServer) << "void Server::runHandler(const QString &)" << "No handler for"
-                            << method;
+        qCWarning(lcServer) << "void Server::runHandler(const QString &)"
+                            << "No handler for" << method;
 }
 
 void Server::onBinaryMessageReceived(const QByteArray &message)
@@ -358,8 +350,8 @@ void Server::dispatch(QWebSocket *socket, const QByteArray &message)
 
 QString Server::makeToken()
 {
-    static const QString alphabet = QStringLiteral(
-        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789");
+    static const QString alphabet
+        = QStringLiteral("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789");
     QString token;
     token.reserve(tokenLength);
     for (int i = 0; i < tokenLength; ++i)
@@ -472,8 +464,8 @@ int Server::totalAuthorizations() const
     return settings.childKeys().size();
 }
 
-QByteArray Server::computeAESKey(const QString &id, const QString &token,
-                                 const QString &sessionToken)
+QByteArray Server::computeAESKey(
+    const QString &id, const QString &token, const QString &sessionToken)
 {
     QCryptographicHash hash(QCryptographicHash::Sha1);
     hash.addData(id.toUtf8());
@@ -519,8 +511,8 @@ QString Server::zeroConfServiceName() const
 
 void Server::publishZeroConfService()
 {
-    zeroConf.startServicePublish(zeroConfServiceName().toUtf8().constData(), "_velm._tcp",
-                                 "local", serverPort());
+    zeroConf.startServicePublish(
+        zeroConfServiceName().toUtf8().constData(), "_velm._tcp", "local", serverPort());
 }
 
 void Server::onZeroConfError(QZeroConf::error_t error)

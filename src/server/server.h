@@ -56,8 +56,7 @@ public:
     // Inserts "_" = method (replacing any) and sends obj, without attachments, to one socket.
     void sendMessage(QWebSocket *socket, const QString &method, QJsonObject &&obj);
     // Frames obj ("_" already present) and the attachments and sends them to one socket.
-    void sendMessage(QWebSocket *socket, const QJsonObject &obj,
-                     const QVector<MessagePart> &parts);
+    void sendMessage(QWebSocket *socket, const QJsonObject &obj, const QVector<MessagePart> &parts);
     void sendMessage(QWebSocket *socket, const QJsonObject &obj, const MessagePart &part);
     // The broadcasts reach the authenticated clients only, each under its own session key.
     void broadcastMessage(const QString &method);
@@ -81,8 +80,8 @@ public:
     Q_INVOKABLE void deauthorizeAll();
     int totalAuthorizations() const;
 
-    static QByteArray computeAESKey(const QString &id, const QString &token,
-                                    const QString &sessionToken);
+    static QByteArray computeAESKey(
+        const QString &id, const QString &token, const QString &sessionToken);
     QByteArray encrypt(const QByteArray &plain, const QByteArray &key) const;
     QByteArray decrypt(const QByteArray &body, const QByteArray &key) const;
 
@@ -105,8 +104,8 @@ public:
 signals:
     void clientCountChanged(int count);
     void unhandledMessage(const QString &method);
-    void needUserAuthorization(QObject *socket, const QString &id, const QString &name,
-                               const QString &address);
+    void needUserAuthorization(
+        QObject *socket, const QString &id, const QString &name, const QString &address);
 
 private slots:
     void onSslErrors(const QList<QSslError> &errors);

@@ -14,15 +14,15 @@ namespace {
 // pending when it comes.
 void askUser(Server *server, const QString &id, const QString &name)
 {
-    auto *box = new QMessageBox(QMessageBox::Question, Constants::NAME,
-                                QObject::tr("%1 would like to connect.").arg(name));
+    auto *box = new QMessageBox(
+        QMessageBox::Question, Constants::NAME, QObject::tr("%1 would like to connect.").arg(name));
     box->setAttribute(Qt::WA_DeleteOnClose);
     QPushButton *authorize = box->addButton(QObject::tr("Authorize"), QMessageBox::AcceptRole);
     box->addButton(QObject::tr("Deny"), QMessageBox::RejectRole);
-    QObject::connect(box, &QMessageBox::buttonClicked, server,
-                     [server, id, authorize](QAbstractButton *button) {
-                         server->setAuthorization(id, button == authorize);
-                     });
+    QObject::connect(
+        box, &QMessageBox::buttonClicked, server, [server, id, authorize](QAbstractButton *button) {
+            server->setAuthorization(id, button == authorize);
+        });
     box->show();
 }
 
@@ -46,8 +46,9 @@ int main(int argc, char *argv[])
     Server server;
     new AuthenticationHandler(&server, L::auth);
     QObject::connect(&server, &Server::needUserAuthorization, &server,
-                     [&server](QObject *, const QString &id, const QString &name,
-                               const QString &) { askUser(&server, id, name); });
+        [&server](QObject *, const QString &id, const QString &name, const QString &) {
+            askUser(&server, id, name);
+        });
 
     return app.exec();
 }

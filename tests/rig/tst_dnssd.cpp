@@ -6,16 +6,15 @@
 #include "serverfixture.h"
 #include "testenvironment.h"
 
+#include <QGuiApplication>
 #include <QJsonDocument>
 #include <QProcess>
 #include <QSignalSpy>
 #include <QtTest>
+#include <qpa/qwindowsysteminterface.h>
 
 namespace {
-QString env(const char *name)
-{
-    return qEnvironmentVariable(name);
-}
+QString env(const char *name) { return qEnvironmentVariable(name); }
 
 // Browses from the phone's network namespace until the named service shows up.
 QList<QJsonObject> browseFromPhone(const QString &name, int seconds = 10)
@@ -23,10 +22,10 @@ QList<QJsonObject> browseFromPhone(const QString &name, int seconds = 10)
     QProcess browser;
     browser.setProcessChannelMode(QProcess::ForwardedErrorChannel);
     browser.start(QStringLiteral("ip"),
-                  { QStringLiteral("netns"), QStringLiteral("exec"), env("VELM_RIG_PHONE_NS"),
-                    QStringLiteral("/usr/bin/python3"),
-                    env("VELM_RIG_SOURCE") + QStringLiteral("/browse.py"), env("VELM_RIG_PHONE_IP"),
-                    QString::number(seconds), name });
+        { QStringLiteral("netns"), QStringLiteral("exec"), env("VELM_RIG_PHONE_NS"),
+            QStringLiteral("/usr/bin/python3"),
+            env("VELM_RIG_SOURCE") + QStringLiteral("/browse.py"), env("VELM_RIG_PHONE_IP"),
+            QString::number(seconds), name });
     browser.waitForFinished((seconds + 10) * 1000);
     QList<QJsonObject> services;
     const QList<QByteArray> lines = browser.readAllStandardOutput().split('\n');
@@ -58,6 +57,8 @@ private slots:
     void publishingTwiceFails();
     void nameCollisionGetsANumber();
     void stoppedServiceCanBePublishedAgain();
+    void suspensionWithdrawsAdvertisement();
+    void networkReturningRepublishes();
 };
 
 void TestDnsSd::initTestCase()
@@ -67,9 +68,9 @@ void TestDnsSd::initTestCase()
     // Avahi must still be alive: a dead daemon would make every check below time out.
     QProcess state;
     state.start(QStringLiteral("dbus-send"),
-                { QStringLiteral("--system"), QStringLiteral("--dest=org.freedesktop.Avahi"),
-                  QStringLiteral("--print-reply"), QStringLiteral("/"),
-                  QStringLiteral("org.freedesktop.Avahi.Server.GetState") });
+        { QStringLiteral("--system"), QStringLiteral("--dest=org.freedesktop.Avahi"),
+            QStringLiteral("--print-reply"), QStringLiteral("/"),
+            QStringLiteral("org.freedesktop.Avahi.Server.GetState") });
     QVERIFY(state.waitForFinished(5000));
     QVERIFY2(state.readAllStandardOutput().contains("int32 2"), "Avahi is not running");
 }
@@ -123,8 +124,8 @@ void TestDnsSd::nameCollisionGetsANumber()
     QVERIFY(otherPublished.wait(10000));
 
     Server server;
-    QTRY_COMPARE_WITH_TIMEOUT(server.zeroConfServiceName(), QStringLiteral("Velm Server@studio 1"),
-                              10000);
+    QTRY_COMPARE_WITH_TIMEOUT(
+        server.zeroConfServiceName(), QStringLiteral("Velm Server@studio 1"), 10000);
     const QString name = QStringLiteral("Velm Server@studio 1");
     const QJsonObject service = find(browseFromPhone(name), name);
     QCOMPARE(service.value(QStringLiteral("port")).toInt(), int(server.serverPort()));
@@ -147,5 +148,52 @@ void TestDnsSd::stoppedServiceCanBePublishedAgain()
     QCOMPARE(service.value(QStringLiteral("port")).toInt(), 50006);
 }
 
-QTEST_GUILESS_MAIN(TestDnsSd)
+void TestDnsSd::suspensionWithdrawsAdvertisement()
+{
+    Server server;
+    QVERIFY(server.isPublished());
+    QWindowSystemInterface::handleApplicationStateChanged(Qt::ApplicationSuspended);
+    QTRY_VERIFY(!server.isPublished());
+    QWindowSystemInterface::handleApplicationStateChanged(Qt::ApplicationInactive);
+    QTRY_VERIFY(server.isPublished());
+    const QJsonObject service
+        = find(browseFromPhone(server.zeroConfServiceName()), server.zeroConfServiceName());
+    QCOMPARE(service.value(QStringLiteral("port")).toInt(), int(server.serverPort()));
+    // Resuming again without a suspension in between publishes nothing new.
+    auto *zeroConf = server.findChild<QZeroConf *>();
+    QVERIFY(zeroConf);
+    QSignalSpy errors(zeroConf, &QZeroConf::error);
+    QWindowSystemInterface::handleApplicationStateChanged(Qt::ApplicationActive);
+    QCoreApplication::processEvents();
+    QCOMPARE(errors.size(), 0);
+}
+
+void TestDnsSd::networkReturningRepublishes()
+{
+    const QString interface = env("VELM_RIG_DESK_IF");
+    auto link = [&](const char *state) {
+        return QProcess::execute(QStringLiteral("ip"),
+            { QStringLiteral("link"), QStringLiteral("set"), interface,
+                QString::fromLatin1(state) });
+    };
+    Server server;
+    auto *zeroConf = server.findChild<QZeroConf *>();
+    QVERIFY(zeroConf);
+    QSignalSpy published(zeroConf, &QZeroConf::servicePublished);
+    QVERIFY(published.wait(10000));
+    published.clear();
+
+    QCOMPARE(link("down"), 0);
+    // The watch looks every 5 s; nothing is published while the network is away.
+    QTest::qWait(6000);
+    QCOMPARE(published.size(), 0);
+    QCOMPARE(link("up"), 0);
+    QTRY_VERIFY_WITH_TIMEOUT(published.size() >= 1, 12000);
+    QVERIFY(server.isPublished());
+    const QJsonObject service
+        = find(browseFromPhone(server.zeroConfServiceName()), server.zeroConfServiceName());
+    QCOMPARE(service.value(QStringLiteral("port")).toInt(), int(server.serverPort()));
+}
+
+QTEST_MAIN(TestDnsSd)
 #include "tst_dnssd.moc"

@@ -27,8 +27,8 @@ QByteArray encryptBlockAsIs(const QByteArray &block, const QByteArray &key)
 {
     const QByteArray iv = randomBytes(16);
     return iv
-           + QAESEncryption::Crypt(QAESEncryption::AES_128, QAESEncryption::CBC, block,
-                                   key.left(16), iv, QAESEncryption::ZERO);
+        + QAESEncryption::Crypt(QAESEncryption::AES_128, QAESEncryption::CBC, block, key.left(16),
+            iv, QAESEncryption::ZERO);
 }
 } // namespace
 
@@ -87,26 +87,25 @@ void TestBadInput::encryptedBodies_data()
     QTest::newRow("15 bytes") << randomBytes(15) << 0 << int(ClosedAndForgotten);
     QTest::newRow("16 bytes (vector only)") << randomBytes(16) << 0 << int(ClosedAndForgotten);
     QTest::newRow("17 bytes") << randomBytes(17) << 0 << int(ClosedAndForgotten);
-    QTest::newRow("ciphertext not a multiple of 16") << randomBytes(16 + 20) << 0
-                                                     << int(ClosedAndForgotten);
+    QTest::newRow("ciphertext not a multiple of 16")
+        << randomBytes(16 + 20) << 0 << int(ClosedAndForgotten);
     QTest::newRow("random whole blocks") << randomBytes(16 + 64) << 0 << int(ClosedAndForgotten);
-    QTest::newRow("padding byte 0") << QByteArray("{\"_\":\"zz\"}     \x00", 16) << 2
-                                    << int(ClosedAndForgotten);
-    QTest::newRow("padding byte 200") << QByteArray("{\"_\":\"zz\"}     \xc8", 16) << 2
-                                      << int(ClosedAndForgotten);
-    QTest::newRow("padding longer than the text") << QByteArray("{\"_\":\"zz\"}     \x7f", 16)
-                                                  << 2 << int(ClosedAndForgotten);
-    QTest::newRow("invalid UTF-8") << QByteArray("{\"_\":\"\xff\xfe\"}") << 1
-                                   << int(ClosedAndForgotten);
-    QTest::newRow("deeply nested JSON") << QByteArray(100000, '[') << 1
-                                        << int(ClosedAndForgotten);
+    QTest::newRow("padding byte 0")
+        << QByteArray("{\"_\":\"zz\"}     \x00", 16) << 2 << int(ClosedAndForgotten);
+    QTest::newRow("padding byte 200")
+        << QByteArray("{\"_\":\"zz\"}     \xc8", 16) << 2 << int(ClosedAndForgotten);
+    QTest::newRow("padding longer than the text")
+        << QByteArray("{\"_\":\"zz\"}     \x7f", 16) << 2 << int(ClosedAndForgotten);
+    QTest::newRow("invalid UTF-8")
+        << QByteArray("{\"_\":\"\xff\xfe\"}") << 1 << int(ClosedAndForgotten);
+    QTest::newRow("deeply nested JSON") << QByteArray(100000, '[') << 1 << int(ClosedAndForgotten);
     QTest::newRow("nested but within limits")
         << QByteArray("{\"_\":\"zz\",\"x\":") + QByteArray(500, '[') + QByteArray(500, ']') + "}"
         << 1 << int(Unhandled);
     QTest::newRow("JSON array") << QByteArray("[1,2,3]") << 1 << int(Unhandled);
     QTest::newRow("code not a string") << QByteArray("{\"_\":[\"ia\"]}") << 1 << int(Unhandled);
-    QTest::newRow("plain JSON on encrypted connection") << QByteArray("{\"_\":\"zz\"}") << 0
-                                                        << int(ClosedAndForgotten);
+    QTest::newRow("plain JSON on encrypted connection")
+        << QByteArray("{\"_\":\"zz\"}") << 0 << int(ClosedAndForgotten);
 }
 
 void TestBadInput::encryptedBodies()

@@ -120,8 +120,8 @@ void TestDispatch::runHandlerByCode()
     QVERIFY(Pairing::connectAuthenticated(known, server->serverPort()));
     server->runHandler(L::volumeMute);
     QCOMPARE(handler->calls.size(), 1);
-    QTest::ignoreMessage(QtWarningMsg,
-                         "void Server::runHandler(const QString &) No handler for \"nope\"");
+    QTest::ignoreMessage(
+        QtWarningMsg, "void Server::runHandler(const QString &) No handler for \"nope\"");
     server->runHandler(QStringLiteral("nope"));
     QCOMPARE(handler->calls.size(), 1);
 }
@@ -190,8 +190,7 @@ void TestDispatch::encryptedRequestAndReply()
     ProtocolClient known(QStringLiteral("phone"));
     QVERIFY(Pairing::connectAuthenticated(known, server->serverPort()));
     const QJsonObject request { { L::method, QStringLiteral("echo") },
-                                { L::path, QStringLiteral("/home/ünïcødé") },
-                                { L::value, 42 } };
+        { L::path, QStringLiteral("/home/ünïcødé") }, { L::value, 42 } };
     known.send(request);
     QTRY_COMPARE(known.framesWith(QStringLiteral("echo")).size(), 1);
     QCOMPARE(handler->calls.at(0).message, request);
@@ -203,7 +202,7 @@ void TestDispatch::encryptedRequestAndReply()
 void TestDispatch::encryptionRoundTrip()
 {
     const QByteArray key = Server::computeAESKey(QStringLiteral("id"), QStringLiteral("token"),
-                                                 QStringLiteral("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdef"));
+        QStringLiteral("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdef"));
     const QByteArray two = server->encrypt("{}", key);
     QCOMPARE(two.size(), 16 + 16);
     QCOMPARE(server->encrypt(QByteArray(16, 'x'), key).size(), 16 + 32);
@@ -218,7 +217,7 @@ void TestDispatch::encryptionRoundTrip()
     QVERIFY(ok);
     // A wrong key yields something that is not JSON.
     const QByteArray wrong = Server::computeAESKey(QStringLiteral("id"), QStringLiteral("other"),
-                                                   QStringLiteral("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdef"));
+        QStringLiteral("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdef"));
     const QByteArray json = "{\"_\":\"ia\",\"v\":[1,2,3]}";
     const QByteArray garbage = server->decrypt(server->encrypt(json, key), wrong);
     QVERIFY(garbage != json);

@@ -84,7 +84,8 @@ void TestPairing::newDeviceApproved()
     QCOMPARE(token.size(), 32);
     QCOMPARE(storedToken(QStringLiteral("phone-1")), token);
     // The connection stays unencrypted to its end.
-    QCOMPARE(phone.frames.at(2).object, QJsonObject({ { L::method, L::auth }, { L::value, true } }));
+    QCOMPARE(
+        phone.frames.at(2).object, QJsonObject({ { L::method, L::auth }, { L::value, true } }));
     QVERIFY(!phone.frames.at(2).encrypted);
     QCOMPARE(counts.size(), 1);
     QCOMPARE(counts.at(0).at(0).toInt(), 1);
@@ -129,12 +130,13 @@ void TestPairing::approvedDeviceReconnectsEncrypted()
     QVERIFY(!again.frames.at(0).encrypted);
     QCOMPARE(again.frames.at(0).json, again.frames.at(0).body);
     QVERIFY(again.frames.at(1).encrypted);
-    QCOMPARE(again.frames.at(1).object, QJsonObject({ { L::method, L::auth }, { L::value, true } }));
+    QCOMPARE(
+        again.frames.at(1).object, QJsonObject({ { L::method, L::auth }, { L::value, true } }));
     QCOMPARE(server->getClients().size(), 1);
-    QCOMPARE(server->getClients().at(0)->property(Server::aesKeyProperty).toByteArray(),
-             again.key());
+    QCOMPARE(
+        server->getClients().at(0)->property(Server::aesKeyProperty).toByteArray(), again.key());
     QCOMPARE(server->getClients().at(0)->property(Server::idProperty).toString(),
-             QStringLiteral("phone-1"));
+        QStringLiteral("phone-1"));
 }
 
 void TestPairing::tokenFormat()
@@ -278,7 +280,8 @@ void TestPairing::answerGoesToWhicheverSocketIsPending()
     // The user answers the prompt that named the first device.
     server->setAuthorization(QStringLiteral("first"), true);
     QTRY_COMPARE(second.frames.size(), 3);
-    QCOMPARE(second.frames.at(1).object.value(L::token).toString(), storedToken(QStringLiteral("first")));
+    QCOMPARE(second.frames.at(1).object.value(L::token).toString(),
+        storedToken(QStringLiteral("first")));
     QVERIFY(!server->isAuthorized(QStringLiteral("second")));
     QCOMPARE(second.frames.at(2).object.value(L::value).toBool(), true);
     QCOMPARE(counts.size(), 1);
@@ -292,7 +295,7 @@ void TestPairing::proofFromAuthorizationFlowRejected()
     phone.open(server->serverPort());
     QTRY_COMPARE(phone.frames.size(), 1);
     phone.send(QJsonObject { { L::method, L::auth },
-                             { L::hash, QStringLiteral("da39a3ee5e6b4b0d3255bfef95601890afd80709") } });
+        { L::hash, QStringLiteral("da39a3ee5e6b4b0d3255bfef95601890afd80709") } });
     QTRY_VERIFY(phone.isClosed());
     QCOMPARE(phone.closeCode(), 1000);
     QVERIFY(!server->getPendingSocket());
@@ -311,7 +314,8 @@ void TestPairing::proofFromAuthenticatedClientIgnored()
     QVERIFY(server->getPendingSocket());
 
     // The known client's valid proof, sent again, must not let the pending stranger in.
-    QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("^Unexpected authentication")));
+    QTest::ignoreMessage(
+        QtWarningMsg, QRegularExpression(QStringLiteral("^Unexpected authentication")));
     known.prove();
     QTRY_VERIFY(QTest::currentTestFailed() || server->getPendingSocket());
     server->sendMessage(server->getPendingSocket(), QStringLiteral("marker"), QJsonObject());
@@ -364,19 +368,21 @@ void TestPairing::keyDerivationExample()
     const QByteArray expected = QCryptographicHash::hash(
         QByteArray("id") + "token" + session.toUtf8() + session.toUtf8().left(17),
         QCryptographicHash::Sha1);
-    QCOMPARE(Server::computeAESKey(QStringLiteral("id"), QStringLiteral("token"), session), expected);
-    QCOMPARE(Server::computeAESKey(QStringLiteral("id"), QStringLiteral("token"), session).size(), 20);
+    QCOMPARE(
+        Server::computeAESKey(QStringLiteral("id"), QStringLiteral("token"), session), expected);
+    QCOMPARE(
+        Server::computeAESKey(QStringLiteral("id"), QStringLiteral("token"), session).size(), 20);
     // An empty token is allowed.
     QCOMPARE(Server::computeAESKey(QStringLiteral("id"), QString(), session),
-             QCryptographicHash::hash(QByteArray("id") + session.toUtf8() + session.toUtf8().left(17),
-                                      QCryptographicHash::Sha1));
+        QCryptographicHash::hash(QByteArray("id") + session.toUtf8() + session.toUtf8().left(17),
+            QCryptographicHash::Sha1));
     // A first byte of 0x80 or more reads as negative: nothing is repeated.
     const QString high = QStringLiteral("\u00e9abc");
     QCOMPARE(Server::computeAESKey(QStringLiteral("id"), QStringLiteral("t"), high),
-             QCryptographicHash::hash(QByteArray("idt") + high.toUtf8(), QCryptographicHash::Sha1));
+        QCryptographicHash::hash(QByteArray("idt") + high.toUtf8(), QCryptographicHash::Sha1));
     // "a" is 97; 97 mod 2 = 1 byte repeated.
     QCOMPARE(Server::computeAESKey(QString(), QString(), QStringLiteral("ab")),
-             QCryptographicHash::hash(QByteArray("aba"), QCryptographicHash::Sha1));
+        QCryptographicHash::hash(QByteArray("aba"), QCryptographicHash::Sha1));
 }
 
 QTEST_GUILESS_MAIN(TestPairing)

@@ -6,10 +6,7 @@
 #include <QtTest>
 
 namespace {
-QByteArray hex(const char *text)
-{
-    return QByteArray::fromHex(QByteArray(text));
-}
+QByteArray hex(const char *text) { return QByteArray::fromHex(QByteArray(text)); }
 
 const char *const plainBlocks = "6bc1bee22e409f96e93d7e117393172a"
                                 "ae2d8a571e03ac9c9eb76fac45af8e51"
@@ -168,17 +165,17 @@ void TestQAESEncryption::sp80038a()
     const QByteArray iv = mode == QAESEncryption::ECB ? QByteArray() : hex(nistIv);
     for (bool hardware : paths()) {
         QAESEncryption::setHardwareAccelerationEnabled(hardware);
-        QAESEncryption aes(QAESEncryption::Aes(level), QAESEncryption::Mode(mode),
-                           QAESEncryption::ISO);
+        QAESEncryption aes(
+            QAESEncryption::Aes(level), QAESEncryption::Mode(mode), QAESEncryption::ISO);
         QCOMPARE(aes.encode(plain, key, iv).toHex(), cipher.toHex());
         QCOMPARE(aes.decode(cipher, key, iv).toHex(), hex(plainBlocks).toHex());
         // The static forms agree with the members.
         QCOMPARE(QAESEncryption::Crypt(QAESEncryption::Aes(level), QAESEncryption::Mode(mode),
-                                       plain, key, iv, QAESEncryption::ISO),
-                 cipher);
+                     plain, key, iv, QAESEncryption::ISO),
+            cipher);
         QCOMPARE(QAESEncryption::Decrypt(QAESEncryption::Aes(level), QAESEncryption::Mode(mode),
-                                         cipher, key, iv, QAESEncryption::ISO),
-                 plain);
+                     cipher, key, iv, QAESEncryption::ISO),
+            plain);
     }
 }
 
@@ -228,8 +225,7 @@ void TestQAESEncryption::ivRequired()
     QFETCH(int, mode);
     QFETCH(QByteArray, iv);
     QFETCH(bool, works);
-    QAESEncryption aes(QAESEncryption::AES_128, QAESEncryption::Mode(mode),
-                       QAESEncryption::PKCS7);
+    QAESEncryption aes(QAESEncryption::AES_128, QAESEncryption::Mode(mode), QAESEncryption::PKCS7);
     const QByteArray key = hex(key128);
     QCOMPARE(aes.encode("hello", key, iv).isEmpty(), !works);
     QCOMPARE(aes.decode(QByteArray(32, 'c'), key, iv).isEmpty(), !works);
@@ -240,8 +236,7 @@ void TestQAESEncryption::padding_data()
     QTest::addColumn<int>("padding");
     QTest::addColumn<int>("length");
     QTest::addColumn<QByteArray>("added");
-    const int zero = QAESEncryption::ZERO, pkcs7 = QAESEncryption::PKCS7,
-              iso = QAESEncryption::ISO;
+    const int zero = QAESEncryption::ZERO, pkcs7 = QAESEncryption::PKCS7, iso = QAESEncryption::ISO;
     QTest::newRow("ZERO 0") << zero << 0 << QByteArray();
     QTest::newRow("ZERO 1") << zero << 1 << QByteArray(15, '\0');
     QTest::newRow("ZERO 16") << zero << 16 << QByteArray();
@@ -261,8 +256,8 @@ void TestQAESEncryption::padding()
     QFETCH(int, padding);
     QFETCH(int, length);
     QFETCH(QByteArray, added);
-    QAESEncryption aes(QAESEncryption::AES_128, QAESEncryption::ECB,
-                       QAESEncryption::Padding(padding));
+    QAESEncryption aes(
+        QAESEncryption::AES_128, QAESEncryption::ECB, QAESEncryption::Padding(padding));
     QCOMPARE(aes.getPadding(length), added);
     const QByteArray plain(length, 'a');
     const QByteArray key = hex(key128);
@@ -277,23 +272,22 @@ void TestQAESEncryption::removePadding_data()
     QTest::addColumn<int>("padding");
     QTest::addColumn<QByteArray>("text");
     QTest::addColumn<QByteArray>("result");
-    const int zero = QAESEncryption::ZERO, pkcs7 = QAESEncryption::PKCS7,
-              iso = QAESEncryption::ISO;
-    QTest::newRow("ZERO strips every trailing zero") << zero << QByteArray("ab\0c\0\0\0", 7)
-                                                     << QByteArray("ab\0c", 4);
+    const int zero = QAESEncryption::ZERO, pkcs7 = QAESEncryption::PKCS7, iso = QAESEncryption::ISO;
+    QTest::newRow("ZERO strips every trailing zero")
+        << zero << QByteArray("ab\0c\0\0\0", 7) << QByteArray("ab\0c", 4);
     QTest::newRow("ZERO all zero") << zero << QByteArray(16, '\0') << QByteArray();
-    QTest::newRow("PKCS7 removes k bytes unchecked") << pkcs7 << QByteArray("abcdef\x03", 7)
-                                                     << QByteArray("abcd");
-    QTest::newRow("PKCS7 byte 0 removes nothing") << pkcs7 << QByteArray("abc\0", 4)
-                                                  << QByteArray("abc\0", 4);
+    QTest::newRow("PKCS7 removes k bytes unchecked")
+        << pkcs7 << QByteArray("abcdef\x03", 7) << QByteArray("abcd");
+    QTest::newRow("PKCS7 byte 0 removes nothing")
+        << pkcs7 << QByteArray("abc\0", 4) << QByteArray("abc\0", 4);
     QTest::newRow("PKCS7 byte 200 is negative, removes nothing")
         << pkcs7 << QByteArray("abc\xc8") << QByteArray("abc\xc8");
-    QTest::newRow("PKCS7 count beyond length empties") << pkcs7 << QByteArray("ab\x05")
-                                                       << QByteArray();
+    QTest::newRow("PKCS7 count beyond length empties")
+        << pkcs7 << QByteArray("ab\x05") << QByteArray();
     QTest::newRow("PKCS7 empty") << pkcs7 << QByteArray() << QByteArray();
     QTest::newRow("ISO marker") << iso << QByteArray("abc\x80\0\0", 6) << QByteArray("abc");
-    QTest::newRow("ISO no marker keeps text") << iso << QByteArray("abc\0\0", 5)
-                                              << QByteArray("abc\0\0", 5);
+    QTest::newRow("ISO no marker keeps text")
+        << iso << QByteArray("abc\0\0", 5) << QByteArray("abc\0\0", 5);
     QTest::newRow("ISO marker last") << iso << QByteArray("abc\x80") << QByteArray("abc");
 }
 
@@ -335,13 +329,12 @@ void TestQAESEncryption::hardwareMatchesPortable()
                 const QByteArray hardwareBack
                     = QAESEncryption::Decrypt(l, m, portable, key, iv, QAESEncryption::PKCS7);
                 QVERIFY2(portable == hardware,
-                         qPrintable(QStringLiteral("length %1 level %2 mode %3")
-                                        .arg(length)
-                                        .arg(level)
-                                        .arg(mode)));
+                    qPrintable(QStringLiteral("length %1 level %2 mode %3")
+                                   .arg(length)
+                                   .arg(level)
+                                   .arg(mode)));
                 QCOMPARE(hardwareBack, portableBack);
-                QCOMPARE(QAESEncryption::RemovePadding(hardwareBack, QAESEncryption::PKCS7),
-                         plain);
+                QCOMPARE(QAESEncryption::RemovePadding(hardwareBack, QAESEncryption::PKCS7), plain);
             }
         }
     }
@@ -354,8 +347,8 @@ void TestQAESEncryption::partialStreamBlocks()
     for (bool hardware : paths()) {
         QAESEncryption::setHardwareAccelerationEnabled(hardware);
         for (int mode : { int(QAESEncryption::CFB), int(QAESEncryption::OFB) }) {
-            QAESEncryption aes(QAESEncryption::AES_128, QAESEncryption::Mode(mode),
-                               QAESEncryption::ZERO);
+            QAESEncryption aes(
+                QAESEncryption::AES_128, QAESEncryption::Mode(mode), QAESEncryption::ZERO);
             const QByteArray cipher = aes.encode(plain, hex(key128), hex(nistIv));
             QCOMPARE(aes.decode(cipher.left(37), hex(key128), hex(nistIv)), plain.left(37));
         }

@@ -30,7 +30,9 @@ void TestQZeroConf::txtKeyOnlyAndClear()
 {
     QZeroConf zeroConf;
     zeroConf.addServiceTxtRecord(QStringLiteral("flag"));
-    QCOMPARE(zeroConf.serviceTxtRecords(), QByteArray("\x04" "flag"));
+    QCOMPARE(zeroConf.serviceTxtRecords(),
+        QByteArray("\x04"
+                   "flag"));
     zeroConf.clearServiceTxtRecords();
     QVERIFY(zeroConf.serviceTxtRecords().isEmpty());
     QVERIFY(!zeroConf.publishExists());
@@ -56,7 +58,8 @@ void TestQZeroConf::serverTxtRecords()
 void TestQZeroConf::serverServiceName()
 {
     Server server;
-    QCOMPARE(server.zeroConfServiceName(), QStringLiteral("Velm Server@") + QHostInfo::localHostName());
+    QCOMPARE(
+        server.zeroConfServiceName(), QStringLiteral("Velm Server@") + QHostInfo::localHostName());
 }
 
 QTEST_GUILESS_MAIN(TestQZeroConf)

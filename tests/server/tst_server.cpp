@@ -237,18 +237,19 @@ void TestServer::framingTwoAttachments()
     QTRY_COMPARE(client.frames.size(), 1);
     const QJsonObject object { { L::method, L::appIcon } };
     server.sendMessage(watcher.sockets.at(0), object,
-                       QVector<Server::MessagePart> { { Server::Png, QByteArray("abc") },
-                                                      { Server::Json, QByteArray() } });
+        QVector<Server::MessagePart> {
+            { Server::Png, QByteArray("abc") }, { Server::Json, QByteArray() } });
     QTRY_COMPARE(client.rawMessages.size(), 2);
     const QByteArray raw = client.rawMessages.at(1);
-    QVERIFY(raw.endsWith(QByteArray::fromHex("0100000003") + "abc" + QByteArray::fromHex("0000000000")));
+    QVERIFY(raw.endsWith(
+        QByteArray::fromHex("0100000003") + "abc" + QByteArray::fromHex("0000000000")));
     QCOMPARE(raw.size(), 4 + 10 + 5 + 3 + 5);
     QCOMPARE(client.frames.at(1).parts.size(), 2);
     QCOMPARE(client.frames.at(1).parts.at(0).first, qint8(1));
     QCOMPARE(client.frames.at(1).parts.at(0).second, QByteArray("abc"));
 
-    server.sendMessage(watcher.sockets.at(0), object,
-                       Server::MessagePart { Server::Json, QByteArray("{}") });
+    server.sendMessage(
+        watcher.sockets.at(0), object, Server::MessagePart { Server::Json, QByteArray("{}") });
     QTRY_COMPARE(client.frames.size(), 3);
     QCOMPARE(client.frames.at(2).parts.size(), 1);
     QCOMPARE(client.frames.at(2).parts.at(0).first, qint8(0));
@@ -262,8 +263,9 @@ void TestServer::framingEncryptedLength()
     ProtocolClient known(QStringLiteral("phone"));
     QVERIFY(Pairing::connectAuthenticated(known, server.serverPort()));
     const QByteArray png(300, 'p');
-    server.broadcastMessage(QJsonObject { { L::method, L::appIcon }, { L::id, QStringLiteral("a") } },
-                            { { Server::Png, png } });
+    server.broadcastMessage(
+        QJsonObject { { L::method, L::appIcon }, { L::id, QStringLiteral("a") } },
+        { { Server::Png, png } });
     QTRY_COMPARE(known.framesWith(L::appIcon).size(), 1);
     const Frame frame = known.framesWith(L::appIcon).at(0);
     QVERIFY(frame.encrypted);
@@ -286,7 +288,7 @@ void TestServer::sendMessageReplacesMethod()
     client.open(server.serverPort());
     QTRY_COMPARE(client.frames.size(), 1);
     server.sendMessage(watcher.sockets.at(0), L::currentApp,
-                       QJsonObject { { L::method, QStringLiteral("x") }, { L::id, QStringLiteral("a") } });
+        QJsonObject { { L::method, QStringLiteral("x") }, { L::id, QStringLiteral("a") } });
     QTRY_COMPARE(client.frames.size(), 2);
     QCOMPARE(client.frames.at(1).method(), L::currentApp);
     QCOMPARE(client.frames.at(1).object.value(L::id).toString(), QStringLiteral("a"));
@@ -303,7 +305,7 @@ void TestServer::broadcastMethodOnly()
     server.broadcastMessage(L::screenLock);
     QTRY_COMPARE(known.framesWith(L::screenLock).size(), 1);
     QCOMPARE(known.framesWith(L::screenLock).at(0).object,
-             QJsonObject({ { L::method, L::screenLock } }));
+        QJsonObject({ { L::method, L::screenLock } }));
 }
 
 void TestServer::maxIncomingMessageSize()

@@ -20,10 +20,7 @@ LogCapture::~LogCapture()
     current = nullptr;
 }
 
-QStringList LogCapture::lines() const
-{
-    return captured;
-}
+QStringList LogCapture::lines() const { return captured; }
 
 int LogCapture::count(const QString &prefix) const
 {

@@ -38,13 +38,10 @@ void ProtocolClient::open(quint16 port, const QString &query)
     m_socket.open(url);
 }
 
-void ProtocolClient::close()
-{
-    m_socket.close();
-}
+void ProtocolClient::close() { m_socket.close(); }
 
-QByteArray ProtocolClient::deriveKey(const QString &id, const QString &token,
-                                     const QString &sessionToken)
+QByteArray ProtocolClient::deriveKey(
+    const QString &id, const QString &token, const QString &sessionToken)
 {
     const QByteArray session = sessionToken.toUtf8();
     QByteArray input = id.toUtf8() + token.toUtf8() + session;
@@ -61,8 +58,8 @@ QByteArray ProtocolClient::encryptBody(const QByteArray &plain, const QByteArray
     for (int i = 0; i < 16; ++i)
         iv[i] = char(QRandomGenerator::global()->bounded(256));
     return iv
-           + QAESEncryption::Crypt(QAESEncryption::AES_128, QAESEncryption::CBC, plain,
-                                   key.left(16), iv, QAESEncryption::PKCS7);
+        + QAESEncryption::Crypt(QAESEncryption::AES_128, QAESEncryption::CBC, plain, key.left(16),
+            iv, QAESEncryption::PKCS7);
 }
 
 QByteArray ProtocolClient::decryptBody(const QByteArray &body, const QByteArray &key, bool *ok)
@@ -70,9 +67,8 @@ QByteArray ProtocolClient::decryptBody(const QByteArray &body, const QByteArray 
     *ok = false;
     if (body.size() < 32 || (body.size() - 16) % 16 != 0)
         return QByteArray();
-    const QByteArray padded
-        = QAESEncryption::Decrypt(QAESEncryption::AES_128, QAESEncryption::CBC, body.mid(16),
-                                  key.left(16), body.left(16), QAESEncryption::PKCS7);
+    const QByteArray padded = QAESEncryption::Decrypt(QAESEncryption::AES_128, QAESEncryption::CBC,
+        body.mid(16), key.left(16), body.left(16), QAESEncryption::PKCS7);
     const int pad = uchar(padded.back());
     if (pad < 1 || pad > 16)
         return QByteArray();
@@ -138,7 +134,7 @@ void ProtocolClient::prove()
     if (m_upperCaseProof)
         hex = hex.toUpper();
     send(QJsonObject { { QStringLiteral("_"), QStringLiteral("au") },
-                       { QStringLiteral("h"), QString::fromLatin1(hex) } });
+        { QStringLiteral("h"), QString::fromLatin1(hex) } });
 }
 
 void ProtocolClient::send(const QJsonObject &object)
@@ -147,10 +143,7 @@ void ProtocolClient::send(const QJsonObject &object)
     sendRaw(m_key.isEmpty() ? json : encryptBody(json, m_key));
 }
 
-void ProtocolClient::sendRaw(const QByteArray &bytes)
-{
-    m_socket.sendBinaryMessage(bytes);
-}
+void ProtocolClient::sendRaw(const QByteArray &bytes) { m_socket.sendBinaryMessage(bytes); }
 
 void ProtocolClient::onBinaryMessage(const QByteArray &message)
 {

@@ -13,8 +13,8 @@
 struct Frame
 {
     QByteArray raw;
-    QByteArray body;        // as sent: encrypted when the connection had a key
-    QByteArray json;        // the JSON text
+    QByteArray body; // as sent: encrypted when the connection had a key
+    QByteArray json; // the JSON text
     QJsonObject object;
     bool encrypted = false;
     QVector<QPair<qint8, QByteArray>> parts;
@@ -58,8 +58,8 @@ public:
     QString sessionToken() const { return m_sessionToken; }
 
     // The derivation as a client computes it.
-    static QByteArray deriveKey(const QString &id, const QString &token,
-                                const QString &sessionToken);
+    static QByteArray deriveKey(
+        const QString &id, const QString &token, const QString &sessionToken);
     static QByteArray encryptBody(const QByteArray &plain, const QByteArray &key);
     // Checks the padding strictly, unlike the server: an empty result means it did not decrypt.
     static QByteArray decryptBody(const QByteArray &body, const QByteArray &key, bool *ok);

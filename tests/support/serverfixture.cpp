@@ -10,8 +10,7 @@
 
 RecordingHandler::RecordingHandler(Server *server, const QString &name)
     : MessageHandler(server, name)
-{
-}
+{ }
 
 void RecordingHandler::handle(const QJsonObject &message, QWebSocket *socket)
 {
@@ -46,7 +45,7 @@ bool SocketWatcher::eventFilter(QObject *, QEvent *event)
     connect(socket, &QObject::destroyed, this, [this, index](QObject *object) {
         QVariantMap &properties = propertiesAtEnd[index];
         for (const char *name : { Server::idProperty, Server::sessionTokenProperty,
-                                  Server::aesKeyProperty, Server::protocolVersionProperty }) {
+                 Server::aesKeyProperty, Server::protocolVersionProperty }) {
             const QVariant value = object->property(name);
             if (value.isValid())
                 properties.insert(QString::fromLatin1(name), value);
