@@ -1,0 +1,46 @@
+#include <QProcess>
+#include <QProcessEnvironment>
+#include <QTemporaryDir>
+#include <QtTest>
+
+// The program as started from a shell.
+class TestMain : public QObject
+{
+    Q_OBJECT
+private slots:
+    void logLinesNameTheirFunction();
+};
+
+void TestMain::logLinesNameTheirFunction()
+{
+    QTemporaryDir home;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(QStringLiteral("XDG_CONFIG_HOME"), home.path());
+    environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
+    // No Avahi to talk to: the registration fails and the server logs it.
+    environment.insert(QStringLiteral("DBUS_SYSTEM_BUS_ADDRESS"),
+                       QStringLiteral("unix:path=") + home.filePath(QStringLiteral("no-bus")));
+    QProcess server;
+    server.setProcessEnvironment(environment);
+    server.start(QStringLiteral(VELM_SERVER_EXECUTABLE), QStringList());
+    QVERIFY(server.waitForStarted());
+    QByteArray output;
+    QTRY_VERIFY_WITH_TIMEOUT((output += server.readAllStandardError()).contains("ZeroConf error"),
+                             10000);
+    server.kill();
+    server.waitForFinished();
+    const QList<QByteArray> lines = output.split('\n');
+    QByteArray line;
+    for (const QByteArray &candidate : lines) {
+        if (candidate.contains("ZeroConf error"))
+            line = candidate;
+    }
+    QCOMPARE(line, QByteArray("[Server::onZeroConfError] ZeroConf error -1"));
+    // The port was chosen and remembered under the program's identity.
+    QSettings settings(home.filePath(QStringLiteral("Velm/velm-server.conf")), QSettings::IniFormat);
+    const uint port = settings.value(QStringLiteral("lastUsedPort")).toUInt();
+    QVERIFY2(port >= 49152 && port <= 65535, qPrintable(QString::number(port)));
+}
+
+QTEST_GUILESS_MAIN(TestMain)
+#include "tst_main.moc"
