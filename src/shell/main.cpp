@@ -1,12 +1,15 @@
-#include "authenticationhandler.h"
 #include "constants.h"
-#include "l.h"
+#include "core.h"
 #include "server.h"
 
 #include <QApplication>
+#include <QDir>
+#include <QLibraryInfo>
+#include <QLocale>
 #include <QMessageBox>
+#include <QNetworkProxyFactory>
 #include <QPushButton>
-#include <QWebSocket>
+#include <QTranslator>
 
 namespace {
 
@@ -43,12 +46,28 @@ int main(int argc, char *argv[])
 
     QApplication app(argc, argv);
 
-    Server server;
-    new AuthenticationHandler(&server, L::auth);
-    QObject::connect(&server, &Server::needUserAuthorization, &server,
-        [&server](QObject *, const QString &id, const QString &name, const QString &) {
-            askUser(&server, id, name);
-        });
+    QTranslator qtTranslator;
+    if (qtTranslator.load(QStringLiteral("qt_") + QLocale::system().name(),
+            QLibraryInfo::location(QLibraryInfo::TranslationsPath)))
+        QCoreApplication::installTranslator(&qtTranslator);
+    QString localeDir
+        = QCoreApplication::applicationDirPath() + QStringLiteral("/../Resources/locale");
+    if (!QDir(localeDir).exists())
+        localeDir = QCoreApplication::applicationDirPath() + QStringLiteral("/locale");
+    QTranslator translator;
+    if (translator.load(QLocale::system(), QString(), QString(), localeDir))
+        QCoreApplication::installTranslator(&translator);
+
+    QNetworkProxyFactory::setUseSystemConfiguration(true);
+
+    Core *core = Core::instance();
+    QObject::connect(core, &Core::ready, core, [core] {
+        QObject::connect(core->server, &Server::needUserAuthorization, core->server,
+            [core](QObject *, const QString &id, const QString &name, const QString &) {
+                askUser(core->server, id, name);
+            });
+    });
+    core->start();
 
     return app.exec();
 }

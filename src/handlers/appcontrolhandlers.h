@@ -1,0 +1,104 @@
+#pragma once
+
+#include "messagehandler.h"
+
+class App;
+
+// The window and application actions: one application (by "i", or the one in front when "i" is
+// empty) and one operation on it. None of them replies.
+class AppActionHandler : public MessageHandler
+{
+    Q_OBJECT
+public:
+    using MessageHandler::MessageHandler;
+    void handle(const QJsonObject &message, QWebSocket *socket) override;
+
+protected:
+    virtual void act(App *app, const QJsonObject &message) = 0;
+};
+
+// "aa": brings the application to the front, launching it if needed.
+class AppActivateHandler : public AppActionHandler
+{
+    Q_OBJECT
+public:
+    using AppActionHandler::AppActionHandler;
+
+protected:
+    void act(App *app, const QJsonObject &message) override;
+};
+
+// "ha": closes the front window (not hide, despite the code).
+class AppCloseHandler : public AppActionHandler
+{
+    Q_OBJECT
+public:
+    using AppActionHandler::AppActionHandler;
+
+protected:
+    void act(App *app, const QJsonObject &message) override;
+};
+
+// "qa"
+class AppQuitHandler : public AppActionHandler
+{
+    Q_OBJECT
+public:
+    using AppActionHandler::AppActionHandler;
+
+protected:
+    void act(App *app, const QJsonObject &message) override;
+};
+
+// "ma"
+class AppMinimizeHandler : public AppActionHandler
+{
+    Q_OBJECT
+public:
+    using AppActionHandler::AppActionHandler;
+
+protected:
+    void act(App *app, const QJsonObject &message) override;
+};
+
+// "xa"
+class AppMaximizeHandler : public AppActionHandler
+{
+    Q_OBJECT
+public:
+    using AppActionHandler::AppActionHandler;
+
+protected:
+    void act(App *app, const QJsonObject &message) override;
+};
+
+// "fa"
+class AppFullscreenHandler : public AppActionHandler
+{
+    Q_OBJECT
+public:
+    using AppActionHandler::AppActionHandler;
+
+protected:
+    void act(App *app, const QJsonObject &message) override;
+};
+
+// "as": scrolls by "x" and "y".
+class AppScrollHandler : public AppActionHandler
+{
+    Q_OBJECT
+public:
+    using AppActionHandler::AppActionHandler;
+
+protected:
+    void act(App *app, const QJsonObject &message) override;
+};
+
+// "ks": one key sequence or several, typed into the application named by "i".
+class KeySequenceHandler : public MessageHandler
+{
+    Q_OBJECT
+public:
+    using MessageHandler::MessageHandler;
+    void handle(const QJsonObject &message, QWebSocket *socket) override;
+};

@@ -1,0 +1,64 @@
+#include "applisthandlers.h"
+
+#include "app.h"
+#include "core.h"
+#include "handlerutils.h"
+#include "l.h"
+#include "platform.h"
+#include "server.h"
+
+#include <QGuiApplication>
+#include <QJsonArray>
+#include <QScreen>
+
+using HandlerUtils::platform;
+
+void InstalledAppsHandler::handle(const QJsonObject &, QWebSocket *socket)
+{
+    QJsonArray apps;
+    for (App *app : Core::instance()->getSortedApps()) {
+        QJsonObject entry { { L::id, app->id }, { L::name, app->name } };
+        if (app->running)
+            entry.insert(L::status, L::running);
+        apps.append(entry);
+    }
+    server->sendMessage(socket, name, QJsonObject { { L::apps, apps } });
+}
+
+void RunningAppsHandler::handle(const QJsonObject &, QWebSocket *socket)
+{
+    QJsonArray apps;
+    for (App *app : platform()->getRunningApps())
+        apps.append(QJsonObject { { L::id, app->id } });
+    server->sendMessage(socket, name, QJsonObject { { L::apps, apps } });
+}
+
+void CurrentAppHandler::handle(const QJsonObject &, QWebSocket *socket)
+{
+    QJsonObject reply;
+    if (App *app = platform()->getCurrentApp())
+        reply.insert(L::id, app->id);
+    server->sendMessage(socket, name, std::move(reply));
+}
+
+void AppIconHandler::handle(const QJsonObject &message, QWebSocket *socket)
+{
+    const QString id = message.value(L::id).toString();
+    App *app = id.isEmpty() ? nullptr : platform()->appforId(id);
+    const int size = message.value(L::size).toInt();
+    if (!app || size < 16)
+        return;
+    QPixmap pixmap = app->icon.pixmap(size, size);
+    if (pixmap.width() != size) {
+        // On a high-density screen the icon answers a logical size with more pixels.
+        const QScreen *screen = QGuiApplication::primaryScreen();
+        const qreal ratio = screen ? screen->devicePixelRatio() : 1.0;
+        const int logical = int(size / ratio);
+        pixmap = app->icon.pixmap(logical, logical);
+    }
+    if (pixmap.width() != size && !pixmap.isNull())
+        pixmap = pixmap.scaled(size, size, Qt::KeepAspectRatio, Qt::SmoothTransformation);
+    const QJsonObject reply { { L::method, name }, { L::id, id }, { L::size, size } };
+    server->sendMessage(
+        socket, reply, Server::MessagePart { Server::Png, HandlerUtils::toPng(pixmap) });
+}

@@ -1,0 +1,54 @@
+#pragma once
+
+#include "messagehandler.h"
+
+#include <QJsonArray>
+
+// "dl": the entries of a directory, folders first, in the user's alphabetical order.
+class DirectoryListingHandler : public MessageHandler
+{
+    Q_OBJECT
+public:
+    using MessageHandler::MessageHandler;
+    void handle(const QJsonObject &message, QWebSocket *socket) override;
+
+    // The "files" array for a directory: no hidden or special entries; folders (other than
+    // ".app" bundles) carry "t": "d". Empty when the directory cannot be read.
+    static QJsonArray listDirectory(const QString &path);
+};
+
+// "fi": the icon of a file ("p") or of a file type ("t").
+class FileIconHandler : public MessageHandler
+{
+    Q_OBJECT
+public:
+    using MessageHandler::MessageHandler;
+    void handle(const QJsonObject &message, QWebSocket *socket) override;
+};
+
+// "fp": a preview of a file; an empty attachment when there is none.
+class FilePreviewHandler : public MessageHandler
+{
+    Q_OBJECT
+public:
+    using MessageHandler::MessageHandler;
+    void handle(const QJsonObject &message, QWebSocket *socket) override;
+};
+
+// "fia": the applications that can open a file.
+class FileAppsHandler : public MessageHandler
+{
+    Q_OBJECT
+public:
+    using MessageHandler::MessageHandler;
+    void handle(const QJsonObject &message, QWebSocket *socket) override;
+};
+
+// "fo": opens a file, with the application "i" or the default one.
+class FileOpenHandler : public MessageHandler
+{
+    Q_OBJECT
+public:
+    using MessageHandler::MessageHandler;
+    void handle(const QJsonObject &message, QWebSocket *socket) override;
+};

@@ -1,0 +1,61 @@
+#include "menufocushandlers.h"
+
+#include "app.h"
+#include "handlerutils.h"
+#include "l.h"
+#include "server.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+
+namespace {
+const QString menuKey = QStringLiteral("m");
+
+QJsonArray menuToJson(const std::vector<MenuItem> &items)
+{
+    QJsonArray array;
+    for (const MenuItem &item : items) {
+        QJsonObject entry { { L::id, item.id }, { L::name, item.name } };
+        if (!item.children.empty())
+            entry.insert(menuKey, menuToJson(item.children));
+        array.append(entry);
+    }
+    return array;
+}
+} // namespace
+
+void MenuHandler::handle(const QJsonObject &message, QWebSocket *socket)
+{
+    App *app = HandlerUtils::appById(message);
+    if (!app)
+        return;
+    const QByteArray tree
+        = QJsonDocument(menuToJson(app->getMenuItems())).toJson(QJsonDocument::Compact);
+    server->sendMessage(socket, QJsonObject { { L::method, name }, { L::id, app->id } },
+        Server::MessagePart { Server::Json, tree });
+}
+
+void MenuPerformHandler::handle(const QJsonObject &message, QWebSocket *)
+{
+    if (App *app = HandlerUtils::appById(message))
+        app->performMenu(message.value(menuKey).toString());
+}
+
+void FocusValueHandler::handle(const QJsonObject &message, QWebSocket *socket)
+{
+    App *app = HandlerUtils::appOrCurrent(message);
+    if (!app)
+        return;
+    if (message.contains(L::value)) {
+        app->setFocusValue(message.value(L::value).toString());
+        return;
+    }
+    server->sendMessage(socket, L::focusedElement,
+        QJsonObject { { L::id, message.value(L::id).toString() }, { L::value, app->focusValue } });
+}
+
+void FocusPerformHandler::handle(const QJsonObject &message, QWebSocket *)
+{
+    if (App *app = HandlerUtils::appOrCurrent(message))
+        app->performFocusedElement();
+}

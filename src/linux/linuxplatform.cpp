@@ -1,0 +1,344 @@
+#include <gio/gdesktopappinfo.h>
+#include <gio/gio.h>
+
+#include "linuxplatform.h"
+
+#include "constants.h"
+#include "l.h"
+#include "linuxapp.h"
+#include "linuxlogging.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QIcon>
+#include <QImageReader>
+#include <QMimeDatabase>
+#include <QPainter>
+#include <QSaveFile>
+#include <QStandardPaths>
+#include <QUrl>
+
+#include <algorithm>
+
+Q_LOGGING_CATEGORY(lcLinux, "velm.linux")
+
+namespace {
+
+const QString desktopSuffix = QStringLiteral(".desktop");
+const QString bundleSuffix = QStringLiteral(".app");
+
+QString fromUtf8(const char *text) { return text ? QString::fromUtf8(text) : QString(); }
+
+// The icon of a desktop entry: a themed name, or a file.
+QIcon iconFromGIcon(GIcon *gicon)
+{
+    if (!gicon)
+        return QIcon();
+    if (G_IS_THEMED_ICON(gicon)) {
+        const gchar *const *names = g_themed_icon_get_names(G_THEMED_ICON(gicon));
+        for (int i = 0; names && names[i]; ++i) {
+            const QString name = QString::fromUtf8(names[i]);
+            // Some entries name a file although the key holds a theme name.
+            if (QFileInfo(name).isAbsolute() && QFile::exists(name))
+                return QIcon(name);
+            if (QIcon::hasThemeIcon(name))
+                return QIcon::fromTheme(name);
+        }
+        return QIcon();
+    }
+    if (G_IS_FILE_ICON(gicon)) {
+        char *path = g_file_get_path(g_file_icon_get_file(G_FILE_ICON(gicon)));
+        const QString file = fromUtf8(path);
+        g_free(path);
+        return file.isEmpty() ? QIcon() : QIcon(file);
+    }
+    return QIcon();
+}
+
+// A plain page, for files whose type has no icon in any installed theme.
+QPixmap genericFileIcon(int size)
+{
+    QPixmap pixmap(size, size);
+    pixmap.fill(Qt::transparent);
+    QPainter painter(&pixmap);
+    painter.setRenderHint(QPainter::Antialiasing);
+    const qreal margin = size * 0.15;
+    const QRectF page(margin, size * 0.06, size - 2 * margin, size * 0.88);
+    painter.setPen(QPen(QColor(0x70, 0x70, 0x70), qMax(1.0, size / 32.0)));
+    painter.setBrush(QColor(0xfa, 0xfa, 0xfa));
+    painter.drawRoundedRect(page, size * 0.05, size * 0.05);
+    painter.setPen(QPen(QColor(0xb0, 0xb0, 0xb0), qMax(1.0, size / 24.0)));
+    for (int line = 1; line <= 4; ++line) {
+        const qreal y = page.top() + page.height() * (0.2 + 0.15 * line);
+        painter.drawLine(QPointF(page.left() + page.width() * 0.18, y),
+            QPointF(page.right() - page.width() * 0.18, y));
+    }
+    return pixmap;
+}
+
+QPixmap fitSquare(const QPixmap &pixmap, int size)
+{
+    if (pixmap.isNull() || pixmap.width() <= size)
+        return pixmap;
+    return pixmap.scaled(size, size, Qt::KeepAspectRatio, Qt::SmoothTransformation);
+}
+
+} // namespace
+
+LinuxPlatform::LinuxPlatform(QObject *parent)
+    : Platform(parent)
+{
+    // Without a desktop's platform theme Qt knows no icon theme: use the freedesktop ones.
+    if (QIcon::themeName().isEmpty())
+        QIcon::setThemeName(QStringLiteral("hicolor"));
+    if (QIcon::fallbackThemeName().isEmpty())
+        QIcon::setFallbackThemeName(QStringLiteral("Adwaita"));
+    // Until the window, input, accessibility, sound and session backends exist, these codes
+    // cannot be served here.
+    unsupported = QStringList { L::currentApp, L::activateApp, L::closeApp, L::quitApp,
+        L::toggleMinimizeApp, L::toggleMaximizeApp, L::toggleFullscreenApp, L::appScroll,
+        L::keySequence, L::appMenu, L::performMenu, L::focusValue, L::performFocus,
+        L::focusedElement, L::brightness, L::volume, L::volumeMute, L::screenLock, L::logout,
+        L::sleep, L::restart, L::shutdown, L::playPause, L::previousTrack, L::nextTrack };
+}
+
+LinuxPlatform::~LinuxPlatform()
+{
+    if (m_monitor) {
+        g_signal_handlers_disconnect_by_data(m_monitor, this);
+        g_object_unref(m_monitor);
+    }
+}
+
+void LinuxPlatform::init()
+{
+    findInstalledApps();
+    // Emits "changed" in this thread's main context, which is Qt's event loop here.
+    m_monitor = g_app_info_monitor_get();
+    g_signal_connect(
+        m_monitor, "changed", G_CALLBACK(&LinuxPlatform::appInfoChangedCallback), this);
+    emit ready();
+}
+
+void LinuxPlatform::appInfoChangedCallback(GAppInfoMonitor *, void *self)
+{
+    static_cast<LinuxPlatform *>(self)->onAppInfoChanged();
+}
+
+void LinuxPlatform::onAppInfoChanged()
+{
+    clearApps();
+    findInstalledApps();
+}
+
+void LinuxPlatform::findInstalledApps()
+{
+    GList *all = g_app_info_get_all();
+    QVector<LinuxApp *> found;
+    for (GList *item = all; item; item = item->next) {
+        GAppInfo *info = G_APP_INFO(item->data);
+        if (!g_app_info_should_show(info))
+            continue;
+        QString id = fromUtf8(g_app_info_get_id(info));
+        if (id.endsWith(desktopSuffix))
+            id.chop(desktopSuffix.size());
+        auto *app = new LinuxApp(id, info);
+        app->name = fromUtf8(g_app_info_get_display_name(info));
+        if (app->name.endsWith(bundleSuffix))
+            app->name.chop(bundleSuffix.size());
+        if (G_IS_DESKTOP_APP_INFO(info))
+            app->path = fromUtf8(g_desktop_app_info_get_filename(G_DESKTOP_APP_INFO(info)));
+        app->icon = iconFromGIcon(g_app_info_get_icon(info));
+        found.append(app);
+    }
+    g_list_free_full(all, g_object_unref);
+    std::stable_sort(found.begin(), found.end(), &App::nameComparator);
+    for (LinuxApp *app : qAsConst(found)) {
+        installedApps.append(app);
+        apps.insert(app->id, app);
+    }
+    emit installedAppsChanged();
+}
+
+void LinuxPlatform::setActive(bool active)
+{
+    m_active = active;
+    if (active && installedApps.isEmpty())
+        findInstalledApps();
+}
+
+QString LinuxPlatform::autostartFile()
+{
+    return QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation)
+        + QStringLiteral("/autostart/") + Constants::UNIX_NAME + desktopSuffix;
+}
+
+void LinuxPlatform::setAutostart(bool enabled)
+{
+    const QString file = autostartFile();
+    if (!enabled) {
+        QFile::remove(file);
+        return;
+    }
+    QDir().mkpath(QFileInfo(file).absolutePath());
+    QSaveFile out(file);
+    if (!out.open(QIODevice::WriteOnly)) {
+        qCWarning(lcLinux) << "Cannot write" << file << out.errorString();
+        return;
+    }
+    const QString executable = QCoreApplication::applicationFilePath();
+    out.write("[Desktop Entry]\nType=Application\nName=");
+    out.write(QString(Constants::NAME).toUtf8());
+    out.write("\nExec=");
+    out.write(QFile::encodeName(executable));
+    out.write("\nX-GNOME-Autostart-enabled=true\n");
+    if (!out.commit())
+        qCWarning(lcLinux) << "Cannot write" << file << out.errorString();
+}
+
+QPixmap LinuxPlatform::previewForFile(const QString &path, int width, int height)
+{
+    static const QStringList direct { QStringLiteral("png"), QStringLiteral("jpg"),
+        QStringLiteral("jpeg"), QStringLiteral("gif"), QStringLiteral("bmp"),
+        QStringLiteral("tiff"), QStringLiteral("icns"), QStringLiteral("tga"),
+        QStringLiteral("webp") };
+    const QString fileName = QFileInfo(path).fileName();
+    const int dot = fileName.lastIndexOf(QLatin1Char('.'));
+    const QString extension = dot < 0 ? QString() : fileName.mid(dot + 1).toLower();
+    QPixmap pixmap;
+    if (extension.isEmpty() || !direct.contains(extension))
+        return pixmap;
+    QImageReader reader(path);
+    reader.setAutoTransform(true);
+    // Decode no more pixels than the answer needs.
+    const QSize full = reader.size();
+    if (full.isValid() && width > 0 && height > 0
+        && (full.width() > 2 * width || full.height() > 2 * height))
+        reader.setScaledSize(full.scaled(2 * width, 2 * height, Qt::KeepAspectRatio));
+    const QImage image = reader.read();
+    if (image.isNull())
+        return pixmap;
+    pixmap = QPixmap::fromImage(image);
+    if (pixmap.width() > width || pixmap.height() > height)
+        pixmap = pixmap.scaled(width, height, Qt::KeepAspectRatio, Qt::SmoothTransformation);
+    return pixmap;
+}
+
+QPixmap LinuxPlatform::iconForMimeType(const QString &mimeName, int size) const
+{
+    const QMimeType mime = QMimeDatabase().mimeTypeForName(mimeName);
+    QIcon icon;
+    if (mime.isValid()) {
+        for (const QString &name : { mime.iconName(), mime.genericIconName() }) {
+            if (!name.isEmpty() && QIcon::hasThemeIcon(name)) {
+                icon = QIcon::fromTheme(name);
+                break;
+            }
+        }
+    }
+    if (icon.isNull() && QIcon::hasThemeIcon(QStringLiteral("text-x-generic")))
+        icon = QIcon::fromTheme(QStringLiteral("text-x-generic"));
+    const QPixmap pixmap = icon.isNull() ? QPixmap() : icon.pixmap(size, size);
+    return pixmap.isNull() ? genericFileIcon(size) : fitSquare(pixmap, size);
+}
+
+QPixmap LinuxPlatform::iconForFile(const QString &path, int size)
+{
+    const QFileInfo info(path);
+    if (info.isDir()) {
+        for (const QString &name :
+            { QStringLiteral("folder"), QStringLiteral("inode-directory") }) {
+            if (QIcon::hasThemeIcon(name))
+                return fitSquare(QIcon::fromTheme(name).pixmap(size, size), size);
+        }
+    }
+    return iconForMimeType(QMimeDatabase().mimeTypeForFile(info).name(), size);
+}
+
+QPixmap LinuxPlatform::iconForFileType(const QString &type, int size)
+{
+    QMimeDatabase database;
+    // A MIME type name ("image/png") or an extension ("png", ".png").
+    QMimeType mime = database.mimeTypeForName(type);
+    if (!mime.isValid()) {
+        QString extension = type;
+        if (extension.startsWith(QLatin1Char('.')))
+            extension.remove(0, 1);
+        mime = database.mimeTypeForFile(
+            QStringLiteral("file.") + extension, QMimeDatabase::MatchExtension);
+    }
+    return iconForMimeType(mime.name(), size);
+}
+
+void LinuxPlatform::openFile(const QString &path, const QString &appId)
+{
+    const QString uri
+        = QUrl::fromLocalFile(QFileInfo(path).absoluteFilePath()).toString(QUrl::FullyEncoded);
+    if (appId.isEmpty()) {
+        GError *error = nullptr;
+        if (!g_app_info_launch_default_for_uri(uri.toUtf8().constData(), nullptr, &error)) {
+            qCWarning(lcLinux) << "Cannot open" << path << (error ? error->message : "");
+            g_clear_error(&error);
+        }
+        return;
+    }
+    if (auto *app = qobject_cast<LinuxApp *>(appforId(appId)))
+        app->launchWith({ uri });
+}
+
+QVector<App *> LinuxPlatform::appsForFile(const QString &path)
+{
+    QVector<App *> result;
+    const QFileInfo info(path);
+    if (!info.exists())
+        return result;
+    const QString mime = QMimeDatabase().mimeTypeForFile(info).name();
+    GList *handlers = g_app_info_get_all_for_type(mime.toUtf8().constData());
+    for (GList *item = handlers; item; item = item->next) {
+        QString id = fromUtf8(g_app_info_get_id(G_APP_INFO(item->data)));
+        if (id.endsWith(desktopSuffix))
+            id.chop(desktopSuffix.size());
+        if (App *app = appforId(id)) {
+            if (!result.contains(app))
+                result.append(app);
+        }
+    }
+    g_list_free_full(handlers, g_object_unref);
+    return result;
+}
+
+// The session, sound, display and media backends are not there yet: these do nothing, and
+// their codes are in `unsupported`.
+void LinuxPlatform::shutdown() { }
+
+void LinuxPlatform::restart() { }
+
+void LinuxPlatform::sleep() { }
+
+void LinuxPlatform::lockScreen() { }
+
+void LinuxPlatform::logout() { }
+
+int LinuxPlatform::getBrightness() { return 0; }
+
+void LinuxPlatform::setBrightness(int) { }
+
+int LinuxPlatform::getVolume() { return 0; }
+
+void LinuxPlatform::setVolume(int) { }
+
+bool LinuxPlatform::getVolumeMute() { return false; }
+
+void LinuxPlatform::setVolumeMute(bool) { }
+
+void LinuxPlatform::previousTrack() { }
+
+void LinuxPlatform::nextTrack() { }
+
+void LinuxPlatform::playPause() { }
+
+bool LinuxPlatform::getScreenLocked() { return false; }
+
+bool LinuxPlatform::permissionsGranted() { return true; }

@@ -1,0 +1,56 @@
+#pragma once
+
+#include "platform.h"
+
+typedef struct _GAppInfoMonitor GAppInfoMonitor;
+
+class LinuxApp;
+
+// The Linux desktop: applications from the desktop entries GIO knows, files through GIO and
+// the freedesktop MIME and icon-theme databases. What this machine cannot do yet is listed in
+// `unsupported`.
+class LinuxPlatform : public Platform
+{
+    Q_OBJECT
+public:
+    explicit LinuxPlatform(QObject *parent = nullptr);
+    ~LinuxPlatform() override;
+
+    // Where the login item lives: $XDG_CONFIG_HOME/autostart/velm-server.desktop.
+    static QString autostartFile();
+
+public slots:
+    void init() override;
+    void setActive(bool active) override;
+    void setAutostart(bool enabled) override;
+    QPixmap previewForFile(const QString &path, int width, int height) override;
+    QPixmap iconForFile(const QString &path, int size) override;
+    QPixmap iconForFileType(const QString &type, int size) override;
+    void openFile(const QString &path, const QString &appId) override;
+    QVector<App *> appsForFile(const QString &path) override;
+    void shutdown() override;
+    void restart() override;
+    void sleep() override;
+    void lockScreen() override;
+    void logout() override;
+    int getBrightness() override;
+    void setBrightness(int value) override;
+    int getVolume() override;
+    void setVolume(int value) override;
+    bool getVolumeMute() override;
+    void setVolumeMute(bool muted) override;
+    void previousTrack() override;
+    void nextTrack() override;
+    void playPause() override;
+    bool getScreenLocked() override;
+    bool permissionsGranted() override;
+
+private:
+    void findInstalledApps();
+    void onAppInfoChanged();
+    static void appInfoChangedCallback(GAppInfoMonitor *, void *self);
+    QPixmap iconForMimeType(const QString &mimeName, int size) const;
+
+    GAppInfoMonitor *m_monitor = nullptr;
+    bool m_active = false;
+};

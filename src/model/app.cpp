@@ -1,0 +1,104 @@
+#include "app.h"
+
+#include "l.h"
+#include "server.h"
+
+#include <QDateTime>
+#include <QJsonObject>
+#include <QMetaEnum>
+#include <QSettings>
+
+namespace {
+
+const QString lastRunGroup = QStringLiteral("t");
+// Last-run times are written in batches: a write per launch would touch the disk too often.
+constexpr int saveBatch = 11;
+
+QVector<App *> &pendingSaves()
+{
+    static QVector<App *> pending;
+    return pending;
+}
+
+Server *broadcastServer = nullptr;
+
+} // namespace
+
+App::App(const QString &id, QObject *parent)
+    : QObject(parent)
+    , id(id)
+{
+    static const int roleType = qRegisterMetaType<App::ElementRole>();
+    Q_UNUSED(roleType)
+    QSettings settings;
+    settings.beginGroup(lastRunGroup);
+    lastRun = settings.value(id, 0).toLongLong();
+    connect(this, &App::focusRoleAsync, this, &App::setFocusRole, Qt::QueuedConnection);
+}
+
+App::~App() { pendingSaves().removeAll(this); }
+
+void App::setServer(Server *server) { broadcastServer = server; }
+
+Server *App::getServer() { return broadcastServer; }
+
+void App::setRunning(bool running)
+{
+    this->running = running;
+    lastRun = QDateTime::currentSecsSinceEpoch();
+    QVector<App *> &pending = pendingSaves();
+    pending.append(this);
+    if (pending.size() < saveBatch)
+        return;
+    QSettings settings;
+    settings.beginGroup(lastRunGroup);
+    while (!pending.isEmpty()) {
+        App *app = pending.takeLast();
+        settings.setValue(app->id, app->lastRun);
+    }
+}
+
+void App::performKeySequences(const QVector<QString> &sequences)
+{
+    for (const QString &sequence : sequences)
+        performKeySequence(sequence);
+}
+
+bool App::nameComparator(App *a, App *b) { return a->name < b->name; }
+
+bool App::lastRunComparator(App *a, App *b) { return a->lastRun > b->lastRun; }
+
+void App::setFocusRole(
+    ElementRole role, const QString &name, const QString &value, const QVariantMap &properties)
+{
+    if (!broadcastServer || broadcastServer->getConnections().isEmpty())
+        return;
+    focusValue = value;
+    QString shown = value;
+    const int lineFeed = value.indexOf(QLatin1Char('\n'));
+    if (value.size() >= 4 && lineFeed >= 0)
+        shown = value.left(lineFeed) + QStringLiteral("...");
+    const char *roleName = QMetaEnum::fromType<ElementRole>().valueToKey(role);
+    broadcastServer->broadcastMessage(L::focusedElement,
+        QJsonObject { { L::id, id }, { L::role, QString::fromLatin1(roleName ? roleName : "") },
+            { L::name, name }, { L::value, shown },
+            { L::properties, QJsonObject::fromVariantMap(properties) } });
+}
+
+void App::setFocusRoleAsync(
+    ElementRole role, const QString &name, const QString &value, const QVariantMap &properties)
+{
+    emit focusRoleAsync(role, name, value, properties);
+}
+
+void App::setBrowser(bool browser) { this->browser = browser; }
+
+void App::setCurrent(bool current)
+{
+    if (this->current != current)
+        this->current = current;
+    if (!current) {
+        siteHost.clear();
+        focusValue.clear();
+    }
+}

@@ -1,0 +1,35 @@
+#include "platform.h"
+
+#include "app.h"
+
+Platform::Platform(QObject *parent)
+    : QObject(parent)
+{ }
+
+Platform::~Platform() { qDeleteAll(installedApps); }
+
+App *Platform::appforId(const QString &id) const { return apps.value(id); }
+
+void Platform::setCurrentApp(App *app)
+{
+    if (currentApp)
+        currentApp->setCurrent(false);
+    currentApp = app;
+    if (app)
+        app->setCurrent(true);
+    emit currentAppChanged(currentApp);
+}
+
+void Platform::clearApps()
+{
+    apps.clear();
+    runningApps.clear();
+    if (currentApp) {
+        currentApp->setCurrent(false);
+        currentApp = nullptr;
+    }
+    emit currentAppChanged(nullptr);
+    qDeleteAll(installedApps);
+    installedApps.clear();
+    emit installedAppsChanged();
+}

@@ -1,0 +1,62 @@
+#pragma once
+
+#include <QHash>
+#include <QObject>
+#include <QString>
+#include <QVector>
+
+#include <functional>
+
+class App;
+class Platform;
+class Server;
+
+// The process-wide coordinator: owns the platform and, once the platform is ready, the server
+// with its handlers; keeps the applications in the order clients see; ties the number of
+// clients to sleep prevention and platform activity; answers the system commands.
+class Core : public QObject
+{
+    Q_OBJECT
+public:
+    // The single instance, created on first use with the build's platform.
+    static Core *instance();
+
+    // Makes this the instance, with the build's platform.
+    explicit Core(QObject *parent = nullptr);
+    // Makes this the instance, with the given platform (which it adopts).
+    explicit Core(Platform *platform, QObject *parent = nullptr);
+    ~Core() override;
+
+    // The installed applications, most recently run first while a client is connected.
+    QVector<App *> &getSortedApps();
+
+    Platform *platform = nullptr;
+    Server *server = nullptr;
+
+signals:
+    void ready();
+    void sortedAppsChanged();
+
+public slots:
+    void start();
+    bool getAutostart() const;
+    void setAutostart(bool on);
+    bool getPreventSleep() const;
+    void setPreventSleep(bool on);
+
+private slots:
+    void onPlatformReady();
+    void startServer();
+    void onUnhandledMessage(const QString &method);
+    void onInstalledAppsChanged();
+    void sortApps();
+    void onAppLaunched(App *app);
+    void onAppTerminated(App *app);
+    void onAppActivated(App *app);
+    void onbrightnessChanged();
+    void onClientTotalChanged(int count);
+
+private:
+    QVector<App *> sortedApps;
+    QHash<QString, std::function<void()>> systemCommands;
+};
