@@ -63,7 +63,7 @@ fuzz:
 	cd $(FUZZ) && ctest --output-on-failure
 
 format:
-	git ls-files '*.cpp' '*.h' | xargs clang-format -i
+	git ls-files "*.cpp" "*.h" | xargs clang-format -i
 
 clean:
 	rm -rf build

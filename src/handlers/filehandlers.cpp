@@ -64,6 +64,8 @@ QJsonArray DirectoryListingHandler::listDirectory(const QString &path)
         return QJsonArray();
     QCollator collator;
     collator.setCaseSensitivity(Qt::CaseInsensitive);
+    // In the C locale the collator's keys are plain bytes whatever its case setting: fold first.
+    const bool plainLocale = collator.locale().language() == QLocale::C;
     std::vector<Entry> entries;
     const int fd = dirfd(dir);
     while (const dirent *entry = readdir(dir)) {
@@ -73,7 +75,7 @@ QJsonArray DirectoryListingHandler::listDirectory(const QString &path)
         if (kind == Kind::Skip)
             continue;
         QString name = QFile::decodeName(entry->d_name);
-        QCollatorSortKey key = collator.sortKey(name);
+        QCollatorSortKey key = collator.sortKey(plainLocale ? name.toCaseFolded() : name);
         entries.push_back({ std::move(name), kind == Kind::Directory, std::move(key) });
     }
     closedir(dir);

@@ -1,0 +1,670 @@
+#include "corefixture.h"
+#include "filehandlers.h"
+#include "l.h"
+#include "logcapture.h"
+#include "testenvironment.h"
+
+#include <QBuffer>
+#include <QDir>
+#include <QImage>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QStandardPaths>
+#include <QTemporaryDir>
+#include <QtTest>
+
+namespace {
+QJsonObject req(const QString &code, const QJsonObject &rest = QJsonObject())
+{
+    QJsonObject message = rest;
+    message.insert(L::method, code);
+    return message;
+}
+
+QPixmap solid(int width, int height)
+{
+    QPixmap pixmap(width, height);
+    pixmap.fill(Qt::red);
+    return pixmap;
+}
+
+QImage decodePng(const QByteArray &bytes)
+{
+    QImage image;
+    image.loadFromData(bytes, "PNG");
+    return image;
+}
+} // namespace
+
+// Every handler through the real coordinator, server and a client on loopback, over the fake
+// platform.
+class TestHandlers : public QObject
+{
+    Q_OBJECT
+private slots:
+    void initTestCase() { TestEnvironment::setUp(); }
+
+    // Application lists
+    void installedAppsInClientOrder();
+    void installedAppsWithoutRunningHaveNoStatus();
+    void currentAppPushedWhenItGoesAway();
+    void runningAppsRequestGetsNoReply();
+    void appIconSizes();
+    void appIconUnknownOrEmpty();
+
+    // Application control
+    void activateFallsBackToCurrentApp();
+    void actionsCallTheirOperation_data();
+    void actionsCallTheirOperation();
+    void scrollAmounts();
+    void keySequenceNeedsId();
+    void keySequenceArray();
+    void keySequenceBadKeys();
+
+    // Menus and focus
+    void menuTreeInAttachment();
+    void emptyMenuIsEmptyArray();
+    void menuWithoutIdNotAnswered();
+    void performMenu();
+    void focusValueQueryFallsBackToCurrent();
+    void focusValueSetNotAnswered();
+    void focusPerform();
+
+    // Files
+    void listingOfHomeWhenNoPath();
+    void listingOrderAndTypes();
+    void listingOfMissingDirectory();
+    void fileIconSizes();
+    void fileIconByType();
+    void previewAlwaysAnswered();
+    void fileAppsAndOpen();
+
+    // System state
+    void volumeQueryAndSet();
+    void volumeFromStringIsZero();
+    void muteIsBoolean();
+    void brightnessQueryAndSet();
+    void lockFalseDoesNothing();
+    void unsupportedList();
+    void platformChangeReachesAuthenticatedAndPending();
+    void systemCommandsReachThePlatform();
+};
+
+void TestHandlers::installedAppsInClientOrder()
+{
+    CoreFixture f;
+    f.platform->addApp(QStringLiteral("old"), QStringLiteral("Old"), 100);
+    f.platform->addApp(QStringLiteral("new"), QStringLiteral("New"), 300);
+    f.platform->addApp(QStringLiteral("mid"), QStringLiteral("Mid"), 200);
+    QVERIFY(f.start());
+    ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    QVERIFY(client);
+    const auto reply = f.request(client, req(L::installedApps), L::installedApps);
+    QVERIFY(reply);
+    const QJsonArray apps = reply->object.value(L::apps).toArray();
+    QCOMPARE(apps.size(), 3);
+    QCOMPARE(apps.at(0).toObject().value(L::id).toString(), QStringLiteral("new"));
+    QCOMPARE(apps.at(0).toObject().value(L::name).toString(), QStringLiteral("New"));
+    QCOMPARE(apps.at(1).toObject().value(L::id).toString(), QStringLiteral("mid"));
+    QCOMPARE(apps.at(2).toObject().value(L::id).toString(), QStringLiteral("old"));
+
+    // A launch changes the order, and every client is told.
+    const int before = client->framesWith(L::installedApps).size();
+    App *old = f.platform->appforId(QStringLiteral("old"));
+    old->lastRun = 400;
+    f.platform->setRunning(old, true);
+    QTRY_COMPARE(client->framesWith(L::installedApps).size(), before + 1);
+    const QJsonArray after = client->framesWith(L::installedApps).last().object.value(L::apps).toArray();
+    QCOMPARE(after.at(0).toObject().value(L::id).toString(), QStringLiteral("old"));
+    QCOMPARE(after.at(0).toObject().value(L::status).toString(), L::running);
+}
+
+void TestHandlers::installedAppsWithoutRunningHaveNoStatus()
+{
+    CoreFixture f;
+    f.platform->addApp(QStringLiteral("a"), QStringLiteral("A"));
+    f.platform->addApp(QStringLiteral("b"), QStringLiteral("B"));
+    QVERIFY(f.start());
+    ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    const auto reply = f.request(client, req(L::installedApps), L::installedApps);
+    QVERIFY(reply);
+    for (const QJsonValue &app : reply->object.value(L::apps).toArray())
+        QVERIFY(!app.toObject().contains(L::status));
+}
+
+void TestHandlers::currentAppPushedWhenItGoesAway()
+{
+    CoreFixture f;
+    FakeApp *app = f.platform->addApp(QStringLiteral("a"), QStringLiteral("A"));
+    QVERIFY(f.start());
+    ProtocolClient *one = f.connectClient(QStringLiteral("one"));
+    ProtocolClient *two = f.connectClient(QStringLiteral("two"));
+    f.platform->setCurrentApp(app);
+    QTRY_COMPARE(one->framesWith(L::currentApp).size(), 1);
+    QCOMPARE(one->framesWith(L::currentApp).at(0).object.value(L::id).toString(), QStringLiteral("a"));
+    f.platform->setCurrentApp(nullptr);
+    QTRY_COMPARE(one->framesWith(L::currentApp).size(), 2);
+    QTRY_COMPARE(two->framesWith(L::currentApp).size(), 2);
+    QCOMPARE(one->framesWith(L::currentApp).at(1).object, QJsonObject({ { L::method, L::currentApp } }));
+    QCOMPARE(two->framesWith(L::currentApp).at(1).object, QJsonObject({ { L::method, L::currentApp } }));
+}
+
+void TestHandlers::runningAppsRequestGetsNoReply()
+{
+    CoreFixture f;
+    QVERIFY(f.start());
+    ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    LogCapture log;
+    QVERIFY(f.requestAndSettle(client, req(L::runningApps)));
+    QCOMPARE(client->framesWith(L::runningApps).size(), 0);
+    QCOMPARE(log.count(QStringLiteral("Unhandled message \"ra\"")), 1);
+}
+
+void TestHandlers::appIconSizes()
+{
+    CoreFixture f;
+    FakeApp *app = f.platform->addApp(QStringLiteral("a"), QStringLiteral("A"));
+    app->icon = QIcon(solid(256, 256));
+    QVERIFY(f.start());
+    ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    QVERIFY(f.requestAndSettle(client, req(L::appIcon, { { L::id, QStringLiteral("a") }, { L::size, 15 } })));
+    QCOMPARE(client->framesWith(L::appIcon).size(), 0);
+    const auto reply = f.request(client, req(L::appIcon, { { L::id, QStringLiteral("a") }, { L::size, 16 } }),
+                                 L::appIcon);
+    QVERIFY(reply);
+    QCOMPARE(reply->object.value(L::id).toString(), QStringLiteral("a"));
+    QCOMPARE(reply->object.value(L::size).toInt(), 16);
+    QCOMPARE(reply->parts.size(), 1);
+    QCOMPARE(reply->parts.at(0).first, qint8(Server::Png));
+    QCOMPARE(decodePng(reply->parts.at(0).second).size(), QSize(16, 16));
+    const auto big = f.request(client, req(L::appIcon, { { L::id, QStringLiteral("a") }, { L::size, 128 } }),
+                               L::appIcon);
+    QVERIFY(big);
+    QCOMPARE(decodePng(big->parts.at(0).second).size(), QSize(128, 128));
+}
+
+void TestHandlers::appIconUnknownOrEmpty()
+{
+    CoreFixture f;
+    f.platform->addApp(QStringLiteral("a"), QStringLiteral("A"));
+    QVERIFY(f.start());
+    ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    QVERIFY(f.requestAndSettle(client, req(L::appIcon, { { L::id, QStringLiteral("zz") }, { L::size, 32 } })));
+    QVERIFY(f.requestAndSettle(client, req(L::appIcon, { { L::size, 32 } })));
+    QVERIFY(f.requestAndSettle(client, req(L::appIcon, { { L::id, QStringLiteral("a") } })));
+    QCOMPARE(client->framesWith(L::appIcon).size(), 0);
+}
+
+void TestHandlers::activateFallsBackToCurrentApp()
+{
+    CoreFixture f;
+    FakeApp *front = f.platform->addApp(QStringLiteral("front"), QStringLiteral("Front"));
+    FakeApp *other = f.platform->addApp(QStringLiteral("other"), QStringLiteral("Other"));
+    f.platform->setCurrentApp(front);
+    QVERIFY(f.start());
+    ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    QVERIFY(f.requestAndSettle(client, req(L::activateApp)));
+    QVERIFY(front->calls.contains(QStringLiteral("activate")));
+    QVERIFY(f.requestAndSettle(client, req(L::activateApp, { { L::id, QStringLiteral("nobody") } })));
+    QCOMPARE(front->calls.count(QStringLiteral("activate")), 1);
+    QVERIFY(!other->calls.contains(QStringLiteral("activate")));
+    QVERIFY(f.requestAndSettle(client, req(L::activateApp, { { L::id, QStringLiteral("other") } })));
+    QVERIFY(other->calls.contains(QStringLiteral("activate")));
+    QCOMPARE(client->framesWith(L::activateApp).size(), 0);
+}
+
+void TestHandlers::actionsCallTheirOperation_data()
+{
+    QTest::addColumn<QString>("code");
+    QTest::addColumn<QString>("operation");
+    QTest::newRow("ha closes, not hides") << L::closeApp << QStringLiteral("close");
+    QTest::newRow("qa") << L::quitApp << QStringLiteral("quit");
+    QTest::newRow("ma") << L::toggleMinimizeApp << QStringLiteral("toggleMiniminize");
+    QTest::newRow("xa") << L::toggleMaximizeApp << QStringLiteral("toggleMaximize");
+    QTest::newRow("fa") << L::toggleFullscreenApp << QStringLiteral("toggleFullscreen");
+}
+
+void TestHandlers::actionsCallTheirOperation()
+{
+    QFETCH(QString, code);
+    QFETCH(QString, operation);
+    CoreFixture f;
+    FakeApp *app = f.platform->addApp(QStringLiteral("a"), QStringLiteral("A"));
+    QVERIFY(f.start());
+    ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    QVERIFY(f.requestAndSettle(client, req(code, { { L::id, QStringLiteral("a") } })));
+    QCOMPARE(app->calls, QStringList { operation });
+    QCOMPARE(client->framesWith(code).size(), 0);
+}
+
+void TestHandlers::scrollAmounts()
+{
+    CoreFixture f;
+    FakeApp *app = f.platform->addApp(QStringLiteral("a"), QStringLiteral("A"));
+    f.platform->setCurrentApp(app);
+    app->calls.clear();
+    QVERIFY(f.start());
+    ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    QVERIFY(f.requestAndSettle(client, req(L::appScroll, { { L::x, 0 }, { L::y, -3 } })));
+    QVERIFY(f.requestAndSettle(client, req(L::appScroll)));
+    QCOMPARE(app->calls, (QStringList { QStringLiteral("scroll(0,-3)"), QStringLiteral("scroll(0,0)") }));
+}
+
+void TestHandlers::keySequenceNeedsId()
+{
+    CoreFixture f;
+    FakeApp *app = f.platform->addApp(QStringLiteral("a"), QStringLiteral("A"));
+    f.platform->setCurrentApp(app);
+    app->calls.clear();
+    QVERIFY(f.start());
+    ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    QVERIFY(f.requestAndSettle(client, req(L::keySequence, { { L::keys, QStringLiteral("cmd+c") } })));
+    QVERIFY(app->calls.isEmpty());
+    QVERIFY(f.requestAndSettle(client, req(L::keySequence, { { L::id, QStringLiteral("a") },
+                                                             { L::keys, QStringLiteral("cmd+c") } })));
+    QCOMPARE(app->calls, QStringList { QStringLiteral("performKeySequence(cmd+c)") });
+}
+
+void TestHandlers::keySequenceArray()
+{
+    CoreFixture f;
+    FakeApp *app = f.platform->addApp(QStringLiteral("a"), QStringLiteral("A"));
+    QVERIFY(f.start());
+    ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    QVERIFY(f.requestAndSettle(
+        client, req(L::keySequence, { { L::id, QStringLiteral("a") },
+                                      { L::keys, QJsonArray { QStringLiteral("x"), 5, QStringLiteral("y") } } })));
+    QCOMPARE(app->calls, (QStringList { QStringLiteral("performKeySequence(x)"),
+                                        QStringLiteral("performKeySequence()"),
+                                        QStringLiteral("performKeySequence(y)") }));
+}
+
+void TestHandlers::keySequenceBadKeys()
+{
+    CoreFixture f;
+    FakeApp *app = f.platform->addApp(QStringLiteral("a"), QStringLiteral("A"));
+    QVERIFY(f.start());
+    ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    LogCapture log;
+    QVERIFY(f.requestAndSettle(client, req(L::keySequence, { { L::id, QStringLiteral("a") }, { L::keys, 42 } })));
+    QVERIFY(app->calls.isEmpty());
+    QCOMPARE(log.count(QStringLiteral("No keys QJsonValue(double, 42)")), 1);
+}
+
+void TestHandlers::menuTreeInAttachment()
+{
+    CoreFixture f;
+    FakeApp *app = f.platform->addApp(QStringLiteral("a"), QStringLiteral("A"));
+    MenuItem file(QStringLiteral("1"), QStringLiteral("File"), nullptr);
+    file.children.emplace_back(QStringLiteral("1.1"), QStringLiteral("Open"), nullptr);
+    file.children.emplace_back(QStringLiteral("1.2"), QStringLiteral("Save"), nullptr);
+    app->menu.push_back(file);
+    app->menu.emplace_back(QStringLiteral("2"), QStringLiteral("Help"), nullptr);
+    QVERIFY(f.start());
+    ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    const auto reply = f.request(client, req(L::appMenu, { { L::id, QStringLiteral("a") } }), L::appMenu);
+    QVERIFY(reply);
+    QCOMPARE(reply->object, QJsonObject({ { L::method, L::appMenu }, { L::id, QStringLiteral("a") } }));
+    QCOMPARE(reply->parts.size(), 1);
+    QCOMPARE(reply->parts.at(0).first, qint8(Server::Json));
+    QCOMPARE(reply->parts.at(0).second,
+             QByteArray("[{\"i\":\"1\",\"m\":[{\"i\":\"1.1\",\"n\":\"Open\"},{\"i\":\"1.2\",\"n\":\"Save\"}],"
+                        "\"n\":\"File\"},{\"i\":\"2\",\"n\":\"Help\"}]"));
+}
+
+void TestHandlers::emptyMenuIsEmptyArray()
+{
+    CoreFixture f;
+    f.platform->addApp(QStringLiteral("a"), QStringLiteral("A"));
+    QVERIFY(f.start());
+    ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    const auto reply = f.request(client, req(L::appMenu, { { L::id, QStringLiteral("a") } }), L::appMenu);
+    QVERIFY(reply);
+    QCOMPARE(reply->parts.at(0).second, QByteArray("[]"));
+}
+
+void TestHandlers::menuWithoutIdNotAnswered()
+{
+    CoreFixture f;
+    FakeApp *app = f.platform->addApp(QStringLiteral("a"), QStringLiteral("A"));
+    f.platform->setCurrentApp(app);
+    app->calls.clear();
+    QVERIFY(f.start());
+    ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    QVERIFY(f.requestAndSettle(client, req(L::appMenu)));
+    QCOMPARE(client->framesWith(L::appMenu).size(), 0);
+    QVERIFY(app->calls.isEmpty());
+}
+
+void TestHandlers::performMenu()
+{
+    CoreFixture f;
+    FakeApp *app = f.platform->addApp(QStringLiteral("a"), QStringLiteral("A"));
+    QVERIFY(f.start());
+    ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    QVERIFY(f.requestAndSettle(client, req(L::performMenu, { { L::id, QStringLiteral("a") },
+                                                             { QStringLiteral("m"), QStringLiteral("1.2") } })));
+    QCOMPARE(app->calls, QStringList { QStringLiteral("performMenu(1.2)") });
+    QCOMPARE(client->framesWith(L::performMenu).size(), 0);
+}
+
+void TestHandlers::focusValueQueryFallsBackToCurrent()
+{
+    CoreFixture f;
+    FakeApp *app = f.platform->addApp(QStringLiteral("a"), QStringLiteral("A"));
+    f.platform->setCurrentApp(app);
+    app->focusValue = QStringLiteral("first line\nsecond line");
+    QVERIFY(f.start());
+    ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    const auto reply = f.request(client, req(L::focusValue), L::focusedElement);
+    QVERIFY(reply);
+    QCOMPARE(reply->object, QJsonObject({ { L::method, L::focusedElement },
+                                          { L::id, QString() },
+                                          { L::value, QStringLiteral("first line\nsecond line") } }));
+    QCOMPARE(client->framesWith(L::focusValue).size(), 0);
+}
+
+void TestHandlers::focusValueSetNotAnswered()
+{
+    CoreFixture f;
+    FakeApp *app = f.platform->addApp(QStringLiteral("a"), QStringLiteral("A"));
+    QVERIFY(f.start());
+    ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    QVERIFY(f.requestAndSettle(client, req(L::focusValue, { { L::id, QStringLiteral("a") },
+                                                            { L::value, QStringLiteral("hello") } })));
+    QCOMPARE(app->calls, QStringList { QStringLiteral("setFocusValue(hello)") });
+    QCOMPARE(client->framesWith(L::focusedElement).size(), 0);
+}
+
+void TestHandlers::focusPerform()
+{
+    CoreFixture f;
+    FakeApp *app = f.platform->addApp(QStringLiteral("a"), QStringLiteral("A"));
+    f.platform->setCurrentApp(app);
+    app->calls.clear();
+    QVERIFY(f.start());
+    ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    QVERIFY(f.requestAndSettle(client, req(L::performFocus)));
+    QCOMPARE(app->calls, QStringList { QStringLiteral("performFocusedElement") });
+}
+
+void TestHandlers::listingOfHomeWhenNoPath()
+{
+    QTemporaryDir home;
+    QFile(home.filePath(QStringLiteral("note.txt"))).open(QIODevice::WriteOnly);
+    const QByteArray oldHome = qgetenv("HOME");
+    qputenv("HOME", home.path().toUtf8());
+    CoreFixture f;
+    QVERIFY(f.start());
+    ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    const auto reply = f.request(client, req(L::directoryListing), L::directoryListing);
+    qputenv("HOME", oldHome);
+    QVERIFY(reply);
+    QCOMPARE(reply->object.value(L::path).toString(), home.path());
+    QCOMPARE(reply->object.value(L::name).toString(), QDir(home.path()).dirName());
+    const QJsonArray expected { QJsonObject { { L::name, QStringLiteral("note.txt") } } };
+    QCOMPARE(reply->object.value(L::files).toArray(), expected);
+}
+
+void TestHandlers::listingOrderAndTypes()
+{
+    QTemporaryDir dir;
+    QDir root(dir.path());
+    for (const char *folder : { "beta", "Alpha", "Tools.app", "Loud.APP", ".hidden-folder" })
+        QVERIFY(root.mkdir(QString::fromLatin1(folder)));
+    for (const char *file : { "zeta.txt", "Apple.txt", "banana.txt", ".profile" })
+        QVERIFY(QFile(root.filePath(QString::fromLatin1(file))).open(QIODevice::WriteOnly));
+    QVERIFY(QFile::link(root.filePath(QStringLiteral("nowhere")), root.filePath(QStringLiteral("dangling"))));
+    QVERIFY(QFile::link(root.filePath(QStringLiteral("beta")), root.filePath(QStringLiteral("link-to-beta"))));
+
+    CoreFixture f;
+    QVERIFY(f.start());
+    ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    const auto reply = f.request(client, req(L::directoryListing, { { L::path, dir.path() } }), L::directoryListing);
+    QVERIFY(reply);
+    const QString d = QStringLiteral("d");
+    const QJsonArray expected {
+        QJsonObject { { L::name, QStringLiteral("Alpha") }, { L::type, d } },
+        QJsonObject { { L::name, QStringLiteral("beta") }, { L::type, d } },
+        QJsonObject { { L::name, QStringLiteral("link-to-beta") }, { L::type, d } },
+        QJsonObject { { L::name, QStringLiteral("Loud.APP") }, { L::type, d } },
+        QJsonObject { { L::name, QStringLiteral("Tools.app") } },
+        QJsonObject { { L::name, QStringLiteral("Apple.txt") } },
+        QJsonObject { { L::name, QStringLiteral("banana.txt") } },
+        QJsonObject { { L::name, QStringLiteral("zeta.txt") } },
+    };
+    QCOMPARE(reply->object.value(L::files).toArray(), expected);
+    // The same order QDir gives with the same rules.
+    QStringList names;
+    for (const QJsonValue &entry : expected)
+        names << entry.toObject().value(L::name).toString();
+    QCOMPARE(QDir(dir.path()).entryList(QDir::Dirs | QDir::Files | QDir::Drives | QDir::NoDotAndDotDot,
+                                        QDir::Name | QDir::DirsFirst | QDir::IgnoreCase | QDir::LocaleAware),
+             names);
+}
+
+void TestHandlers::listingOfMissingDirectory()
+{
+    CoreFixture f;
+    QVERIFY(f.start());
+    ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    const auto reply = f.request(client, req(L::directoryListing, { { L::path, QStringLiteral("/no/such/dir") } }),
+                                 L::directoryListing);
+    QVERIFY(reply);
+    QCOMPARE(reply->object.value(L::files).toArray(), QJsonArray());
+    QCOMPARE(reply->object.value(L::name).toString(), QStringLiteral("dir"));
+}
+
+void TestHandlers::fileIconSizes()
+{
+    CoreFixture f;
+    f.platform->fileIcons.insert(QStringLiteral("/tmp/a.txt"), solid(32, 32));
+    QVERIFY(f.start());
+    ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    QVERIFY(f.requestAndSettle(client, req(L::fileIcon, { { L::path, QStringLiteral("/tmp/a.txt") }, { L::size, 8 } })));
+    QCOMPARE(client->framesWith(L::fileIcon).size(), 0);
+    const auto reply = f.request(client, req(L::fileIcon, { { L::path, QStringLiteral("/tmp/a.txt") }, { L::size, 32 } }),
+                                 L::fileIcon);
+    QVERIFY(reply);
+    QCOMPARE(reply->object, QJsonObject({ { L::method, L::fileIcon }, { L::size, 32 },
+                                          { L::path, QStringLiteral("/tmp/a.txt") } }));
+    QCOMPARE(decodePng(reply->parts.at(0).second).size(), QSize(32, 32));
+    // No icon at all: no answer.
+    QVERIFY(f.requestAndSettle(client, req(L::fileIcon, { { L::path, QStringLiteral("/tmp/none") }, { L::size, 32 } })));
+    QCOMPARE(client->framesWith(L::fileIcon).size(), 1);
+}
+
+void TestHandlers::fileIconByType()
+{
+    CoreFixture f;
+    f.platform->typeIcons.insert(QStringLiteral("pdf"), solid(48, 48));
+    QVERIFY(f.start());
+    ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    const auto reply = f.request(client, req(L::fileIcon, { { L::type, QStringLiteral("pdf") }, { L::size, 48 } }),
+                                 L::fileIcon);
+    QVERIFY(reply);
+    QCOMPARE(reply->object, QJsonObject({ { L::method, L::fileIcon }, { L::size, 48 },
+                                          { L::type, QStringLiteral("pdf") } }));
+    QVERIFY(f.platform->calls.contains(QStringLiteral("iconForFileType(pdf,48)")));
+}
+
+void TestHandlers::previewAlwaysAnswered()
+{
+    CoreFixture f;
+    f.platform->previews.insert(QStringLiteral("/p.png"), solid(40, 30));
+    QVERIFY(f.start());
+    ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    const auto none = f.request(client, req(L::filePreview, { { L::path, QStringLiteral("/doc.pdf") },
+                                                              { L::width, 100 }, { L::height, 100 } }),
+                                L::filePreview);
+    QVERIFY(none);
+    QCOMPARE(none->object, QJsonObject({ { L::method, L::filePreview }, { L::path, QStringLiteral("/doc.pdf") },
+                                         { L::width, 100 }, { L::height, 100 } }));
+    QCOMPARE(none->parts.size(), 1);
+    QVERIFY(none->parts.at(0).second.isEmpty());
+    const auto some = f.request(client, req(L::filePreview, { { L::path, QStringLiteral("/p.png") } }), L::filePreview);
+    QVERIFY(some);
+    QCOMPARE(decodePng(some->parts.at(0).second).size(), QSize(40, 30));
+    QVERIFY(f.platform->calls.contains(QStringLiteral("previewForFile(/p.png,0,0)")));
+    QVERIFY(f.requestAndSettle(client, req(L::filePreview, { { L::width, 10 } })));
+    QCOMPARE(client->framesWith(L::filePreview).size(), 2);
+}
+
+void TestHandlers::fileAppsAndOpen()
+{
+    CoreFixture f;
+    FakeApp *editor = f.platform->addApp(QStringLiteral("editor"), QStringLiteral("Editor"));
+    FakeApp *viewer = f.platform->addApp(QStringLiteral("viewer"), QStringLiteral("Viewer"));
+    f.platform->fileApps = { viewer, editor };
+    QVERIFY(f.start());
+    ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    const auto reply = f.request(client, req(L::fileApps, { { L::path, QStringLiteral("/x.txt") } }), L::fileApps);
+    QVERIFY(reply);
+    QCOMPARE(reply->object.value(L::path).toString(), QStringLiteral("/x.txt"));
+    QCOMPARE(reply->object.value(L::apps).toArray(),
+             (QJsonArray { QJsonObject { { L::id, QStringLiteral("viewer") } },
+                           QJsonObject { { L::id, QStringLiteral("editor") } } }));
+    QVERIFY(f.requestAndSettle(client, req(L::fileOpen, { { L::path, QStringLiteral("/x.txt") },
+                                                          { L::id, QStringLiteral("editor") } })));
+    QVERIFY(f.requestAndSettle(client, req(L::fileOpen, { { L::path, QStringLiteral("/y.txt") } })));
+    QVERIFY(f.platform->calls.contains(QStringLiteral("openFile(/x.txt,editor)")));
+    QVERIFY(f.platform->calls.contains(QStringLiteral("openFile(/y.txt,)")));
+    QCOMPARE(client->framesWith(L::fileOpen).size(), 0);
+}
+
+void TestHandlers::volumeQueryAndSet()
+{
+    CoreFixture f;
+    f.platform->volume = 42;
+    QVERIFY(f.start());
+    ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    ProtocolClient *other = f.connectClient(QStringLiteral("tablet"));
+    const auto reply = f.request(client, req(L::volume), L::volume);
+    QVERIFY(reply);
+    QCOMPARE(reply->object, QJsonObject({ { L::method, L::volume }, { L::value, 42 } }));
+    QVERIFY(reply->object.value(L::value).isDouble());
+    QVERIFY(f.requestAndSettle(client, req(L::volume, { { L::value, 30 } })));
+    QCOMPARE(client->framesWith(L::volume).size(), 1);
+    QVERIFY(f.platform->calls.contains(QStringLiteral("setVolume(30)")));
+    // The platform reports the change: every client hears it.
+    f.platform->volume = 30;
+    emit f.platform->volumeChanged();
+    QTRY_COMPARE(client->framesWith(L::volume).size(), 2);
+    QTRY_COMPARE(other->framesWith(L::volume).size(), 1);
+    QCOMPARE(other->framesWith(L::volume).at(0).object, QJsonObject({ { L::method, L::volume }, { L::value, 30 } }));
+}
+
+void TestHandlers::volumeFromStringIsZero()
+{
+    CoreFixture f;
+    QVERIFY(f.start());
+    ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    QVERIFY(f.requestAndSettle(client, req(L::volume, { { L::value, QStringLiteral("50") } })));
+    QVERIFY(f.platform->calls.contains(QStringLiteral("setVolume(0)")));
+    QVERIFY(f.requestAndSettle(client, req(L::volume, { { L::value, 150 } })));
+    QVERIFY(f.platform->calls.contains(QStringLiteral("setVolume(150)")));
+}
+
+void TestHandlers::muteIsBoolean()
+{
+    CoreFixture f;
+    f.platform->muted = true;
+    QVERIFY(f.start());
+    ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    const auto reply = f.request(client, req(L::volumeMute), L::volumeMute);
+    QVERIFY(reply);
+    QVERIFY(reply->object.value(L::value).isBool());
+    QCOMPARE(reply->object.value(L::value).toBool(), true);
+    QVERIFY(f.requestAndSettle(client, req(L::volumeMute, { { L::value, 1 } })));
+    QVERIFY(f.platform->calls.contains(QStringLiteral("setVolumeMute(false)")));
+    QVERIFY(f.requestAndSettle(client, req(L::volumeMute, { { L::value, true } })));
+    QVERIFY(f.platform->calls.contains(QStringLiteral("setVolumeMute(true)")));
+}
+
+void TestHandlers::brightnessQueryAndSet()
+{
+    CoreFixture f;
+    f.platform->brightness = 70;
+    QVERIFY(f.start());
+    ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    const auto reply = f.request(client, req(L::brightness), L::brightness);
+    QVERIFY(reply);
+    QCOMPARE(reply->object.value(L::value).toInt(), 70);
+    QVERIFY(f.requestAndSettle(client, req(L::brightness, { { L::value, 20 } })));
+    QVERIFY(f.platform->calls.contains(QStringLiteral("setBrightness(20)")));
+    f.platform->brightness = 20;
+    emit f.platform->brightnessChanged();
+    QTRY_COMPARE(client->framesWith(L::brightness).size(), 2);
+    QCOMPARE(client->framesWith(L::brightness).at(1).object.value(L::value).toInt(), 20);
+}
+
+void TestHandlers::lockFalseDoesNothing()
+{
+    CoreFixture f;
+    QVERIFY(f.start());
+    ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    QVERIFY(f.requestAndSettle(client, req(L::screenLock, { { L::value, false } })));
+    QVERIFY(!f.platform->calls.contains(QStringLiteral("lockScreen")));
+    QCOMPARE(client->framesWith(L::screenLock).size(), 0);
+    QVERIFY(f.requestAndSettle(client, req(L::screenLock, { { L::value, true } })));
+    QVERIFY(f.platform->calls.contains(QStringLiteral("lockScreen")));
+    const auto state = f.request(client, req(L::screenLock), L::screenLock);
+    QVERIFY(state);
+    QCOMPARE(state->object, QJsonObject({ { L::method, L::screenLock }, { L::value, false } }));
+    f.platform->locked = true;
+    emit f.platform->screenLockChanged();
+    QTRY_COMPARE(client->framesWith(L::screenLock).size(), 2);
+    QCOMPARE(client->framesWith(L::screenLock).at(1).object.value(L::value).toBool(), true);
+}
+
+void TestHandlers::unsupportedList()
+{
+    CoreFixture f;
+    QVERIFY(f.start());
+    ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    const auto empty = f.request(client, req(L::unsupported), L::unsupported);
+    QVERIFY(empty);
+    QCOMPARE(empty->object, QJsonObject({ { L::method, L::unsupported }, { L::value, QJsonArray() } }));
+    const int before = client->framesWith(L::unsupported).size();
+    f.platform->setUnsupportedList({ L::brightness, L::appMenu });
+    QTRY_COMPARE(client->framesWith(L::unsupported).size(), before + 1);
+    QCOMPARE(client->framesWith(L::unsupported).last().object.value(L::value).toArray(),
+             (QJsonArray { L::brightness, L::appMenu }));
+}
+
+void TestHandlers::platformChangeReachesAuthenticatedAndPending()
+{
+    CoreFixture f;
+    f.platform->volume = 12;
+    QVERIFY(f.start());
+    ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    ProtocolClient *stranger = f.connectStranger(QStringLiteral("stranger"));
+    QVERIFY(stranger);
+    emit f.platform->volumeChanged();
+    QTRY_COMPARE(client->framesWith(L::volume).size(), 1);
+    QTRY_COMPARE(stranger->framesWith(L::volume).size(), 1);
+    QVERIFY(!stranger->framesWith(L::volume).at(0).encrypted);
+    QCOMPARE(stranger->framesWith(L::volume).at(0).object.value(L::value).toInt(), 12);
+}
+
+void TestHandlers::systemCommandsReachThePlatform()
+{
+    CoreFixture f;
+    QVERIFY(f.start());
+    ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    const int framesBefore = client->frames.size();
+    for (const QString &code : { L::sleep, L::logout, L::restart, L::shutdown, L::playPause,
+                                 L::previousTrack, L::nextTrack })
+        QVERIFY(f.requestAndSettle(client, req(code, { { L::value, 1 } })));
+    for (const char *call : { "sleep", "logout", "restart", "shutdown", "playPause", "previousTrack",
+                              "nextTrack" })
+        QVERIFY2(f.platform->calls.contains(QString::fromLatin1(call)), call);
+    // Only the markers were answered.
+    QCOMPARE(client->frames.size(), framesBefore + 7);
+    LogCapture log;
+    QVERIFY(f.requestAndSettle(client, req(QStringLiteral("zz"))));
+    QCOMPARE(log.count(QStringLiteral("Unhandled message \"zz\"")), 1);
+}
+
+QTEST_MAIN(TestHandlers)
+#include "tst_handlers.moc"
