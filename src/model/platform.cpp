@@ -4,7 +4,10 @@
 
 Platform::Platform(QObject *parent)
     : QObject(parent)
-{ }
+{
+    // The signals carry App* and may cross queued connections.
+    qRegisterMetaType<App *>();
+}
 
 Platform::~Platform() { qDeleteAll(installedApps); }
 
