@@ -1,0 +1,216 @@
+#include "corefixture.h"
+#include "l.h"
+#include "logcapture.h"
+#include "testenvironment.h"
+
+#include <QDBusArgument>
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QDBusVariant>
+#include <QSettings>
+#include <QtTest>
+
+namespace {
+struct MockCall
+{
+    QString method;
+    QVariantList arguments;
+};
+
+// What the session's ScreenSaver mock was asked, oldest first.
+QList<MockCall> screenSaverCalls()
+{
+    const QDBusMessage call = QDBusMessage::createMethodCall(
+        QStringLiteral("org.freedesktop.ScreenSaver"), QStringLiteral("/org/freedesktop/ScreenSaver"),
+        QStringLiteral("org.freedesktop.DBus.Mock"), QStringLiteral("GetCalls"));
+    const QDBusMessage reply = QDBusConnection::sessionBus().call(call);
+    QList<MockCall> calls;
+    if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().isEmpty())
+        return calls;
+    const QDBusArgument array = reply.arguments().constFirst().value<QDBusArgument>();
+    array.beginArray();
+    while (!array.atEnd()) {
+        MockCall entry;
+        quint64 time = 0;
+        array.beginStructure();
+        array >> time >> entry.method;
+        array.beginArray();
+        while (!array.atEnd()) {
+            QDBusVariant value;
+            array >> value;
+            entry.arguments << value.variant();
+        }
+        array.endArray();
+        array.endStructure();
+        if (entry.method != QLatin1String("GetActive") && entry.method != QLatin1String("LastCookie"))
+            calls << entry;
+    }
+    array.endArray();
+    return calls;
+}
+
+void clearScreenSaverCalls()
+{
+    QDBusConnection::sessionBus().call(QDBusMessage::createMethodCall(
+        QStringLiteral("org.freedesktop.ScreenSaver"), QStringLiteral("/org/freedesktop/ScreenSaver"),
+        QStringLiteral("org.freedesktop.DBus.Mock"), QStringLiteral("ClearCalls")));
+}
+
+uint lastCookie()
+{
+    const QDBusMessage reply = QDBusConnection::sessionBus().call(QDBusMessage::createMethodCall(
+        QStringLiteral("org.freedesktop.ScreenSaver"), QStringLiteral("/org/freedesktop/ScreenSaver"),
+        QStringLiteral("org.freedesktop.ScreenSaver"), QStringLiteral("LastCookie")));
+    return reply.arguments().value(0).toUInt();
+}
+
+QStringList methods(const QList<MockCall> &calls)
+{
+    QStringList names;
+    for (const MockCall &call : calls)
+        names << call.method;
+    return names;
+}
+} // namespace
+
+// The coordinator: first run, client counting, sleep prevention against the session's
+// ScreenSaver service, system commands.
+class TestCore : public QObject
+{
+    Q_OBJECT
+private slots:
+    void initTestCase();
+    void init() { clearScreenSaverCalls(); }
+
+    void firstRunRegistersLoginItem();
+    void laterRunKeepsChoice();
+    void preventSleepOffStillActivates();
+    void clientCountsDriveSleepAndActivity();
+    void switchingPreventSleepOffReleasesAtOnce();
+    void sleepRequestReachesPlatformSilently();
+    void applicationOrderOnlyWhileConnected();
+};
+
+void TestCore::initTestCase()
+{
+    TestEnvironment::setUp();
+    QVERIFY2(QDBusConnection::sessionBus().isConnected(), "run inside the rig (tests/rig/run)");
+}
+
+void TestCore::firstRunRegistersLoginItem()
+{
+    CoreFixture f;
+    QVERIFY(!QSettings().contains(QStringLiteral("autoStart")));
+    QVERIFY(f.start());
+    QCOMPARE(QSettings().value(QStringLiteral("autoStart")).toBool(), true);
+    QVERIFY(f.platform->calls.contains(QStringLiteral("setAutostart(true)")));
+    QVERIFY(f.core->getAutostart());
+}
+
+void TestCore::laterRunKeepsChoice()
+{
+    CoreFixture f;
+    QSettings().setValue(QStringLiteral("autoStart"), false);
+    QVERIFY(f.start());
+    QVERIFY(!f.platform->calls.contains(QStringLiteral("setAutostart(true)")));
+    QVERIFY(!f.core->getAutostart());
+    f.core->setAutostart(true);
+    QVERIFY(f.platform->calls.contains(QStringLiteral("setAutostart(true)")));
+    QCOMPARE(QSettings().value(QStringLiteral("autoStart")).toBool(), true);
+}
+
+void TestCore::preventSleepOffStillActivates()
+{
+    CoreFixture f;
+    QVERIFY(!f.core->getPreventSleep());
+    QVERIFY(f.start());
+    QVERIFY(f.connectClient(QStringLiteral("phone")));
+    QTRY_VERIFY(f.platform->calls.contains(QStringLiteral("setActive(true)")));
+    f.clients.first()->close();
+    QTRY_VERIFY(f.platform->calls.contains(QStringLiteral("setActive(false)")));
+    QVERIFY(screenSaverCalls().isEmpty());
+}
+
+void TestCore::clientCountsDriveSleepAndActivity()
+{
+    CoreFixture f(true);
+    QVERIFY(f.core->getPreventSleep());
+    QVERIFY(f.start());
+    ProtocolClient *one = f.connectClient(QStringLiteral("one"));
+    QVERIFY(one);
+    QTRY_COMPARE(methods(screenSaverCalls()), QStringList { QStringLiteral("Inhibit") });
+    const MockCall inhibit = screenSaverCalls().first();
+    QCOMPARE(inhibit.arguments, (QVariantList { QStringLiteral("Velm Server"), QStringLiteral("Velm client connected") }));
+    QCOMPARE(f.platform->calls.count(QStringLiteral("setActive(true)")), 1);
+
+    ProtocolClient *two = f.connectClient(QStringLiteral("two"));
+    ProtocolClient *three = f.connectClient(QStringLiteral("three"));
+    QVERIFY(two && three);
+    // Counts above one change nothing.
+    QCOMPARE(f.platform->calls.count(QStringLiteral("setActive(true)")), 1);
+    three->close();
+    QTRY_COMPARE(f.core->server->getClients().size(), 2);
+    QCOMPARE(f.platform->calls.count(QStringLiteral("setActive(true)")), 1);
+    QCOMPARE(screenSaverCalls().size(), 1);
+    // Down to one: the assertion is requested again and the platform activated again.
+    two->close();
+    QTRY_COMPARE(f.platform->calls.count(QStringLiteral("setActive(true)")), 2);
+    QTRY_COMPARE(methods(screenSaverCalls()), (QStringList { QStringLiteral("Inhibit"), QStringLiteral("Inhibit") }));
+    const uint cookie = lastCookie();
+    QVERIFY(cookie > 0);
+    one->close();
+    QTRY_VERIFY(f.platform->calls.contains(QStringLiteral("setActive(false)")));
+    QTRY_COMPARE(methods(screenSaverCalls()),
+                 (QStringList { QStringLiteral("Inhibit"), QStringLiteral("Inhibit"), QStringLiteral("UnInhibit") }));
+    // The cookie of the latest Inhibit is handed back.
+    QCOMPARE(screenSaverCalls().last().arguments.value(0).toUInt(), cookie);
+}
+
+void TestCore::switchingPreventSleepOffReleasesAtOnce()
+{
+    CoreFixture f(true);
+    QVERIFY(f.start());
+    QVERIFY(f.connectClient(QStringLiteral("phone")));
+    QTRY_COMPARE(methods(screenSaverCalls()), QStringList { QStringLiteral("Inhibit") });
+    f.core->setPreventSleep(false);
+    QCOMPARE(methods(screenSaverCalls()), (QStringList { QStringLiteral("Inhibit"), QStringLiteral("UnInhibit") }));
+    QCOMPARE(QSettings().value(QStringLiteral("preventSleep")).toBool(), false);
+    // Switching on asserts nothing by itself.
+    f.core->setPreventSleep(true);
+    QCOMPARE(screenSaverCalls().size(), 2);
+}
+
+void TestCore::sleepRequestReachesPlatformSilently()
+{
+    CoreFixture f;
+    QVERIFY(f.start());
+    ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    const int frames = client->frames.size();
+    client->send(QJsonObject { { L::method, L::sleep } });
+    QTRY_VERIFY(f.platform->calls.contains(QStringLiteral("sleep")));
+    QVERIFY(f.requestAndSettle(client, QJsonObject { { L::method, QStringLiteral("zz") } }));
+    QCOMPARE(client->frames.size(), frames + 1);
+}
+
+void TestCore::applicationOrderOnlyWhileConnected()
+{
+    CoreFixture f;
+    f.platform->addApp(QStringLiteral("a"), QStringLiteral("A"), 1);
+    f.platform->addApp(QStringLiteral("b"), QStringLiteral("B"), 2);
+    QVERIFY(f.start());
+    QSignalSpy changed(f.core, &Core::sortedAppsChanged);
+    // No connection: no order is kept.
+    emit f.platform->runningAppsChanged();
+    QCOMPARE(changed.size(), 0);
+    QVERIFY(f.core->getSortedApps().isEmpty());
+    // With a client, asking rebuilds it, most recent first.
+    QVERIFY(f.connectClient(QStringLiteral("phone")));
+    QCOMPARE(f.core->getSortedApps().size(), 2);
+    QCOMPARE(f.core->getSortedApps().at(0)->id, QStringLiteral("b"));
+    const int before = changed.size();
+    emit f.platform->runningAppsChanged();
+    QCOMPARE(changed.size(), before + 1);
+}
+
+QTEST_GUILESS_MAIN(TestCore)
+#include "tst_core.moc"
