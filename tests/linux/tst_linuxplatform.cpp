@@ -1,0 +1,299 @@
+#include "app.h"
+#include "core.h"
+#include "idle.h"
+#include "l.h"
+#include "linuxplatform.h"
+#include "logcapture.h"
+#include "protocolclient.h"
+#include "server.h"
+#include "serverfixture.h"
+#include "testenvironment.h"
+
+#include <QDir>
+#include <QFile>
+#include <QImage>
+#include <QJsonArray>
+#include <QProcess>
+#include <QSettings>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QUrl>
+#include <QtTest>
+
+namespace {
+QTemporaryDir *dataHome = nullptr;
+QTemporaryDir *configHome = nullptr;
+QTemporaryDir *files = nullptr;
+
+QString applicationsDir()
+{
+    return dataHome->filePath(QStringLiteral("applications"));
+}
+
+// A desktop entry for an application that records its arguments, one per line, in
+// <files>/<id>.argv.
+void writeDesktopFile(const QString &id, const QString &name, const QString &extra = QString())
+{
+    const QString recorder = files->filePath(QStringLiteral("record.sh"));
+    QFile file(applicationsDir() + QLatin1Char('/') + id + QStringLiteral(".desktop"));
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write(QStringLiteral("[Desktop Entry]\nType=Application\nName=%1\nExec=%2 %3 %U\n%4")
+                   .arg(name, recorder, id, extra)
+                   .toUtf8());
+}
+
+void updateMimeCache()
+{
+    QCOMPARE(QProcess::execute(QStringLiteral("update-desktop-database"), { applicationsDir() }), 0);
+}
+
+QImage makeImage(int width, int height, const QString &path, const char *format)
+{
+    QImage image(width, height, QImage::Format_RGB32);
+    image.fill(Qt::blue);
+    image.save(path, format);
+    return image;
+}
+} // namespace
+
+// The Linux platform on real desktop entries, real files and GIO.
+class TestLinuxPlatform : public QObject
+{
+    Q_OBJECT
+private slots:
+    void initTestCase();
+    void cleanupTestCase();
+
+    void installedAppsFromDesktopEntries();
+    void newDesktopEntryIsPickedUp();
+    void previews_data();
+    void previews();
+    void iconsAlwaysComeBack();
+    void appsForFileAndOpen();
+    void autostartEntry();
+    void unsupportedIsHonest();
+    void idleWithoutScreenSaverLogsOnce();
+    void installedAppsOverTheWire();
+
+private:
+    LinuxPlatform *platform = nullptr;
+};
+
+void TestLinuxPlatform::initTestCase()
+{
+    dataHome = new QTemporaryDir;
+    configHome = new QTemporaryDir;
+    files = new QTemporaryDir;
+    qputenv("XDG_DATA_HOME", dataHome->path().toUtf8());
+    qputenv("XDG_CONFIG_HOME", configHome->path().toUtf8());
+    QVERIFY(QDir().mkpath(applicationsDir()));
+    QFile recorder(files->filePath(QStringLiteral("record.sh")));
+    QVERIFY(recorder.open(QIODevice::WriteOnly));
+    recorder.write("#!/bin/sh\nid=\"$1\"\nshift\nfor a in \"$@\"; do echo \"$a\"; done > \"$(dirname \"$0\")/$id.argv\"\n");
+    recorder.close();
+    recorder.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    makeImage(64, 64, files->filePath(QStringLiteral("icon.png")), "PNG");
+
+    writeDesktopFile(QStringLiteral("org.velm.Zebra"), QStringLiteral("Zebra Tool"),
+                     QStringLiteral("MimeType=text/plain;\nIcon=%1\n").arg(files->filePath(QStringLiteral("icon.png"))));
+    writeDesktopFile(QStringLiteral("org.velm.Bundle"), QStringLiteral("Alpha.app"),
+                     QStringLiteral("MimeType=text/plain;image/png;\n"));
+    writeDesktopFile(QStringLiteral("org.velm.Loud"), QStringLiteral("Beta.APP"));
+    writeDesktopFile(QStringLiteral("org.velm.Hidden"), QStringLiteral("Hidden"), QStringLiteral("NoDisplay=true\n"));
+    updateMimeCache();
+
+    TestEnvironment::setUp();
+    platform = new LinuxPlatform;
+    QSignalSpy ready(platform, &Platform::ready);
+    platform->init();
+    QCOMPARE(ready.size(), 1);
+}
+
+void TestLinuxPlatform::cleanupTestCase()
+{
+    delete platform;
+    delete files;
+    delete configHome;
+    delete dataHome;
+}
+
+void TestLinuxPlatform::installedAppsFromDesktopEntries()
+{
+    App *zebra = platform->appforId(QStringLiteral("org.velm.Zebra"));
+    App *bundle = platform->appforId(QStringLiteral("org.velm.Bundle"));
+    App *loud = platform->appforId(QStringLiteral("org.velm.Loud"));
+    QVERIFY(zebra && bundle && loud);
+    QVERIFY(!platform->appforId(QStringLiteral("org.velm.Hidden")));
+    QCOMPARE(zebra->name, QStringLiteral("Zebra Tool"));
+    QCOMPARE(bundle->name, QStringLiteral("Alpha"));
+    QCOMPARE(loud->name, QStringLiteral("Beta.APP"));
+    QCOMPARE(zebra->path, applicationsDir() + QStringLiteral("/org.velm.Zebra.desktop"));
+    QVERIFY(!zebra->icon.isNull());
+    QCOMPARE(zebra->icon.pixmap(48, 48).size(), QSize(48, 48));
+    // Ordered by display name.
+    const QVector<App *> &installed = platform->getInstalledApps();
+    QVERIFY(installed.indexOf(bundle) < installed.indexOf(loud));
+    QVERIFY(installed.indexOf(loud) < installed.indexOf(zebra));
+    for (int i = 1; i < installed.size(); ++i)
+        QVERIFY(!App::nameComparator(installed.at(i), installed.at(i - 1)));
+}
+
+void TestLinuxPlatform::newDesktopEntryIsPickedUp()
+{
+    QSignalSpy changed(platform, &Platform::installedAppsChanged);
+    writeDesktopFile(QStringLiteral("org.velm.Fresh"), QStringLiteral("Fresh"));
+    QTRY_VERIFY_WITH_TIMEOUT(platform->appforId(QStringLiteral("org.velm.Fresh")) != nullptr, 15000);
+    QVERIFY(changed.size() >= 1);
+    QCOMPARE(platform->appforId(QStringLiteral("org.velm.Fresh"))->name, QStringLiteral("Fresh"));
+}
+
+void TestLinuxPlatform::previews_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<QSize>("source");
+    QTest::addColumn<QSize>("asked");
+    QTest::addColumn<QSize>("expected");
+    QTest::newRow("large image fits") << QStringLiteral("large.jpg") << QSize(4000, 3000) << QSize(400, 400)
+                                      << QSize(400, 300);
+    QTest::newRow("small image unscaled") << QStringLiteral("small.png") << QSize(100, 100) << QSize(400, 400)
+                                          << QSize(100, 100);
+    QTest::newRow("upper-case extension") << QStringLiteral("photo.PNG") << QSize(80, 60) << QSize(40, 40)
+                                          << QSize(40, 30);
+    QTest::newRow("text file") << QStringLiteral("notes.txt") << QSize() << QSize(100, 100) << QSize();
+    QTest::newRow("pdf") << QStringLiteral("paper.pdf") << QSize() << QSize(100, 100) << QSize();
+    QTest::newRow("no extension") << QStringLiteral("README") << QSize(50, 50) << QSize(100, 100) << QSize();
+    QTest::newRow("ends with a dot") << QStringLiteral("archive.") << QSize(50, 50) << QSize(100, 100) << QSize();
+}
+
+void TestLinuxPlatform::previews()
+{
+    QFETCH(QString, name);
+    QFETCH(QSize, source);
+    QFETCH(QSize, asked);
+    QFETCH(QSize, expected);
+    const QString path = files->filePath(name);
+    if (source.isValid()) {
+        makeImage(source.width(), source.height(), path, name.endsWith(QLatin1String("jpg")) ? "JPG" : "PNG");
+    } else {
+        QFile file(path);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write(name.endsWith(QLatin1String("pdf")) ? "%PDF-1.4\n%%EOF\n" : "plain text\n");
+    }
+    const QPixmap preview = platform->previewForFile(path, asked.width(), asked.height());
+    if (expected.isValid())
+        QCOMPARE(preview.size(), expected);
+    else
+        QVERIFY(preview.isNull());
+}
+
+void TestLinuxPlatform::iconsAlwaysComeBack()
+{
+    const QString text = files->filePath(QStringLiteral("icons.txt"));
+    QFile(text).open(QIODevice::WriteOnly);
+    for (int size : { 16, 48, 128 }) {
+        const QPixmap forFile = platform->iconForFile(text, size);
+        QVERIFY(!forFile.isNull());
+        QVERIFY(forFile.width() <= size && forFile.height() <= size);
+        QVERIFY(!platform->iconForFile(files->path(), size).isNull());
+        for (const char *type : { "png", ".pdf", "image/jpeg", "no-such-type-at-all" }) {
+            const QPixmap forType = platform->iconForFileType(QString::fromLatin1(type), size);
+            QVERIFY2(!forType.isNull(), type);
+            QVERIFY(forType.width() <= size);
+        }
+    }
+}
+
+void TestLinuxPlatform::appsForFileAndOpen()
+{
+    const QString text = files->filePath(QStringLiteral("open me.txt"));
+    QFile file(text);
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write("hello\n");
+    file.close();
+    QVector<App *> apps = platform->appsForFile(text);
+    QStringList ids;
+    for (App *app : apps)
+        ids << app->id;
+    QVERIFY2(ids.contains(QStringLiteral("org.velm.Zebra")), qPrintable(ids.join(QLatin1Char(','))));
+    QVERIFY(ids.contains(QStringLiteral("org.velm.Bundle")));
+    QVERIFY(!ids.contains(QStringLiteral("org.velm.Loud")));
+    QVERIFY(platform->appsForFile(files->filePath(QStringLiteral("missing.txt"))).isEmpty());
+
+    const QString argv = files->filePath(QStringLiteral("org.velm.Zebra.argv"));
+    platform->openFile(text, QStringLiteral("org.velm.Zebra"));
+    auto recorded = [&argv] {
+        QFile file(argv);
+        return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()).trimmed() : QString();
+    };
+    QTRY_VERIFY_WITH_TIMEOUT(!recorded().isEmpty(), 10000);
+    const QString argument = recorded();
+    QVERIFY2(argument == text || QUrl(argument).toLocalFile() == text, qPrintable(argument));
+
+    // An id that is not installed does nothing.
+    platform->openFile(text, QStringLiteral("org.velm.Nobody"));
+}
+
+void TestLinuxPlatform::autostartEntry()
+{
+    const QString entry = LinuxPlatform::autostartFile();
+    QVERIFY(entry.startsWith(qEnvironmentVariable("XDG_CONFIG_HOME") + QStringLiteral("/autostart/")));
+    platform->setAutostart(true);
+    QVERIFY(QFile::exists(entry));
+    QSettings desktop(entry, QSettings::IniFormat);
+    desktop.beginGroup(QStringLiteral("Desktop Entry"));
+    QCOMPARE(desktop.value(QStringLiteral("Exec")).toString(), QCoreApplication::applicationFilePath());
+    QCOMPARE(desktop.value(QStringLiteral("Type")).toString(), QStringLiteral("Application"));
+    platform->setAutostart(false);
+    QVERIFY(!QFile::exists(entry));
+}
+
+void TestLinuxPlatform::unsupportedIsHonest()
+{
+    const QStringList unsupported = platform->getUnsupported();
+    for (const QString &code : { L::brightness, L::volume, L::volumeMute, L::screenLock, L::appMenu,
+                                 L::keySequence, L::sleep })
+        QVERIFY2(unsupported.contains(code), qPrintable(code));
+    for (const QString &code : { L::installedApps, L::appIcon, L::directoryListing, L::fileIcon,
+                                 L::filePreview, L::fileOpen, L::fileApps, L::unsupported })
+        QVERIFY2(!unsupported.contains(code), qPrintable(code));
+}
+
+void TestLinuxPlatform::idleWithoutScreenSaverLogsOnce()
+{
+    // This process has no session bus, so no ScreenSaver service.
+    LogCapture log;
+    QVERIFY(!Idle::preventDisplaySleep(QStringLiteral("test")));
+    QVERIFY(!Idle::preventDisplaySleep(QStringLiteral("test")));
+    QVERIFY(!Idle::allowDisplaySleep());
+    QCOMPARE(log.count(QStringLiteral("Cannot keep the display awake")), 1);
+}
+
+void TestLinuxPlatform::installedAppsOverTheWire()
+{
+    QSettings().setValue(QStringLiteral("preventSleep"), false);
+    Core core(new LinuxPlatform);
+    core.start();
+    QVERIFY(core.server);
+    QTRY_VERIFY(core.server->handler(L::appIcon));
+    Pairing::authorize(QStringLiteral("phone"), QStringLiteral("tok"));
+    ProtocolClient client(QStringLiteral("phone"));
+    QVERIFY(Pairing::connectAuthenticated(client, core.server->serverPort()));
+    client.send(QJsonObject { { L::method, L::installedApps } });
+    QTRY_VERIFY(!client.framesWith(L::installedApps).isEmpty());
+    bool found = false;
+    for (const QJsonValue &app : client.framesWith(L::installedApps).last().object.value(L::apps).toArray()) {
+        if (app.toObject().value(L::id).toString() == QLatin1String("org.velm.Zebra")) {
+            found = true;
+            QCOMPARE(app.toObject().value(L::name).toString(), QStringLiteral("Zebra Tool"));
+        }
+    }
+    QVERIFY(found);
+    client.send(QJsonObject { { L::method, L::appIcon }, { L::id, QStringLiteral("org.velm.Zebra") }, { L::size, 64 } });
+    QTRY_COMPARE(client.framesWith(L::appIcon).size(), 1);
+    QImage icon;
+    QVERIFY(icon.loadFromData(client.framesWith(L::appIcon).at(0).parts.at(0).second, "PNG"));
+    QCOMPARE(icon.size(), QSize(64, 64));
+}
+
+QTEST_MAIN(TestLinuxPlatform)
+#include "tst_linuxplatform.moc"
