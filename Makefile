@@ -51,8 +51,9 @@ run: build
 
 bench: deps $(RELEASE)/build.ninja
 	cmake -S . -B $(RELEASE) -DVELM_BUILD_BENCH=ON >/dev/null
-	cmake --build $(RELEASE) -j $(JOBS) --target bench_roundtrip
+	cmake --build $(RELEASE) -j $(JOBS) --target bench_roundtrip bench_listing
 	$(RELEASE)/bench/bench_roundtrip
+	$(RELEASE)/bench/bench_listing
 
 fuzz:
 	@scripts/deps --fuzz

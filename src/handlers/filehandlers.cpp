@@ -8,25 +8,99 @@
 
 #include <QCollator>
 #include <QDir>
+#include <QJsonArray>
+#include <QJsonObject>
 #include <QFile>
 #include <QStandardPaths>
 
 #include <algorithm>
+#include <cstring>
 #include <dirent.h>
+#include <optional>
+#include <string_view>
 #include <sys/stat.h>
 #include <vector>
 
 namespace {
 
 const QString directoryType = QStringLiteral("d");
-const QString bundleSuffix = QStringLiteral(".app");
+const QByteArray bundleSuffix = QByteArrayLiteral(".app");
 
 struct Entry
 {
-    QString name;
+    // The name as UTF-8, ready for the reply.
+    QByteArray name;
     bool directory;
-    QCollatorSortKey key;
+    // Exactly one of the two keys is used: the collator's, or in the C locale the folded name,
+    // whose byte order is the collator's code-point order.
+    QByteArray folded;
+    std::optional<QCollatorSortKey> key;
 };
+
+bool isAscii(const char *text, size_t length)
+{
+    for (size_t i = 0; i < length; ++i) {
+        if (uchar(text[i]) >= 0x80)
+            return false;
+    }
+    return true;
+}
+
+// A JSON string literal, escaped the way QJsonDocument writes it.
+bool needsEscape(char c)
+{
+    return uchar(c) < 0x20 || c == '"' || c == '\\';
+}
+
+void appendJsonBytes(QByteArray &out, const QByteArray &utf8)
+{
+    static const char hex[] = "0123456789abcdef";
+    out += '"';
+    if (std::none_of(utf8.cbegin(), utf8.cend(), needsEscape)) {
+        out += utf8;
+        out += '"';
+        return;
+    }
+    for (const char c : utf8) {
+        switch (c) {
+        case '"':
+            out += "\\\"";
+            break;
+        case '\\':
+            out += "\\\\";
+            break;
+        case '\b':
+            out += "\\b";
+            break;
+        case '\f':
+            out += "\\f";
+            break;
+        case '\n':
+            out += "\\n";
+            break;
+        case '\r':
+            out += "\\r";
+            break;
+        case '\t':
+            out += "\\t";
+            break;
+        default:
+            if (uchar(c) < 0x20) {
+                out += "\\u00";
+                out += hex[uchar(c) >> 4];
+                out += hex[uchar(c) & 0xf];
+            } else {
+                out += c;
+            }
+        }
+    }
+    out += '"';
+}
+
+void appendJsonString(QByteArray &out, const QString &text)
+{
+    appendJsonBytes(out, text.toUtf8());
+}
 
 // What a listing shows of one directory entry: a folder, a file, or nothing (special files
 // and dangling links, as QDir leaves out without QDir::System).
@@ -55,18 +129,20 @@ Kind kindOf(int dirFd, const dirent *entry)
 
 } // namespace
 
-QJsonArray DirectoryListingHandler::listDirectory(const QString &path)
+QByteArray DirectoryListingHandler::listDirectory(const QString &path)
 {
     // readdir and precomputed collation keys: QDir with locale-aware sorting compares through
     // the collator on every comparison, several times slower on large folders.
     DIR *dir = opendir(QFile::encodeName(path).constData());
     if (!dir)
-        return QJsonArray();
+        return QByteArrayLiteral("[]");
     QCollator collator;
     collator.setCaseSensitivity(Qt::CaseInsensitive);
-    // In the C locale the collator's keys are plain bytes whatever its case setting: fold first.
+    // In the C locale the collator orders by code point and its keys ignore the case setting:
+    // compare folded names directly, which is also much cheaper.
     const bool plainLocale = collator.locale().language() == QLocale::C;
     std::vector<Entry> entries;
+    entries.reserve(1024);
     const int fd = dirfd(dir);
     while (const dirent *entry = readdir(dir)) {
         if (entry->d_name[0] == '.')
@@ -74,25 +150,73 @@ QJsonArray DirectoryListingHandler::listDirectory(const QString &path)
         const Kind kind = kindOf(fd, entry);
         if (kind == Kind::Skip)
             continue;
-        QString name = QFile::decodeName(entry->d_name);
-        QCollatorSortKey key = collator.sortKey(plainLocale ? name.toCaseFolded() : name);
-        entries.push_back({ std::move(name), kind == Kind::Directory, std::move(key) });
+        const size_t length = strlen(entry->d_name);
+        Entry item { QByteArray(), kind == Kind::Directory, QByteArray(), std::nullopt };
+        if (plainLocale && isAscii(entry->d_name, length)) {
+            // The common case, kept free of QString: ASCII folds byte by byte.
+            item.name = QByteArray(entry->d_name, int(length));
+            item.folded = item.name.toLower();
+        } else {
+            // Decoding also turns bytes that are not UTF-8 into replacement characters, so the
+            // reply stays valid JSON.
+            const QString name = QFile::decodeName(entry->d_name);
+            item.name = name.toUtf8();
+            if (plainLocale)
+                item.folded = name.toCaseFolded().toUtf8();
+            else
+                item.key = collator.sortKey(name);
+        }
+        entries.push_back(std::move(item));
     }
     closedir(dir);
 
-    std::sort(entries.begin(), entries.end(), [](const Entry &a, const Entry &b) {
+    // Sort small records that sit next to each other in memory: folders first, then the
+    // first eight bytes of the folded name as one number, which settles most comparisons
+    // without touching the names.
+    struct Slot
+    {
+        bool directory;
+        quint64 prefix;
+        const Entry *entry;
+    };
+    std::vector<Slot> order;
+    order.reserve(entries.size());
+    for (const Entry &entry : entries) {
+        quint64 prefix = 0;
+        for (int i = 0; i < 8; ++i)
+            prefix = (prefix << 8) | (i < entry.folded.size() ? uchar(entry.folded.at(i)) : 0);
+        order.push_back({ entry.directory, prefix, &entry });
+    }
+    std::sort(order.begin(), order.end(), [](const Slot &a, const Slot &b) {
         if (a.directory != b.directory)
             return a.directory;
-        return a.key.compare(b.key) < 0;
+        if (a.entry->key)
+            return a.entry->key->compare(*b.entry->key) < 0;
+        if (a.prefix != b.prefix)
+            return a.prefix < b.prefix;
+        const QByteArray &x = a.entry->folded;
+        const QByteArray &y = b.entry->folded;
+        return std::string_view(x.constData(), size_t(x.size()))
+               < std::string_view(y.constData(), size_t(y.size()));
     });
 
-    QJsonArray files;
-    for (const Entry &entry : entries) {
-        QJsonObject file { { L::name, entry.name } };
+    // Keys in QJsonDocument's order, so that the text is what it would have written.
+    const QByteArray nameKey = "{\"" + L::name.toUtf8() + "\":";
+    const QByteArray typeKey = ",\"" + L::type.toUtf8() + "\":\"" + directoryType.toUtf8() + "\"";
+    QByteArray files;
+    files.reserve(int(entries.size()) * 32 + 2);
+    files += '[';
+    for (size_t i = 0; i < order.size(); ++i) {
+        const Entry &entry = *order[i].entry;
+        if (i)
+            files += ',';
+        files += nameKey;
+        appendJsonBytes(files, entry.name);
         if (entry.directory && !entry.name.endsWith(bundleSuffix))
-            file.insert(L::type, directoryType);
-        files.append(file);
+            files += typeKey;
+        files += '}';
     }
+    files += ']';
     return files;
 }
 
@@ -101,9 +225,17 @@ void DirectoryListingHandler::handle(const QJsonObject &message, QWebSocket *soc
     QString path = message.value(L::path).toString();
     if (path.isEmpty())
         path = QStandardPaths::writableLocation(QStandardPaths::HomeLocation);
-    server->sendMessage(socket, name,
-        QJsonObject { { L::path, path }, { L::name, QDir(path).dirName() },
-            { L::files, listDirectory(path) } });
+    // {"_":code,"files":[...],"n":name,"p":path}: the keys in QJsonDocument's order.
+    QByteArray json = "{\"" + L::method.toUtf8() + "\":";
+    appendJsonString(json, name);
+    json += ",\"" + L::files.toUtf8() + "\":";
+    json += listDirectory(path);
+    json += ",\"" + L::name.toUtf8() + "\":";
+    appendJsonString(json, QDir(path).dirName());
+    json += ",\"" + L::path.toUtf8() + "\":";
+    appendJsonString(json, path);
+    json += '}';
+    server->sendJson(socket, json);
 }
 
 void FileIconHandler::handle(const QJsonObject &message, QWebSocket *socket)

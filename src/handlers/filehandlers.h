@@ -2,7 +2,7 @@
 
 #include "messagehandler.h"
 
-#include <QJsonArray>
+#include <QByteArray>
 
 // "dl": the entries of a directory, folders first, in the user's alphabetical order.
 class DirectoryListingHandler : public MessageHandler
@@ -12,9 +12,11 @@ public:
     using MessageHandler::MessageHandler;
     void handle(const QJsonObject &message, QWebSocket *socket) override;
 
-    // The "files" array for a directory: no hidden or special entries; folders (other than
-    // ".app" bundles) carry "t": "d". Empty when the directory cannot be read.
-    static QJsonArray listDirectory(const QString &path);
+    // The "files" array for a directory, as compact JSON text: no hidden or special entries;
+    // folders (other than ".app" bundles) carry "t": "d". Empty ("[]") when the directory
+    // cannot be read. Written directly: a QJsonArray of 100k objects costs more than the
+    // listing itself.
+    static QByteArray listDirectory(const QString &path);
 };
 
 // "fi": the icon of a file ("p") or of a file type ("t").

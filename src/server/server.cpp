@@ -236,6 +236,11 @@ void Server::sendMessage(QWebSocket *socket, const QJsonObject &obj, const Messa
     sendMessage(socket, obj, QVector<MessagePart> { part });
 }
 
+void Server::sendJson(QWebSocket *socket, const QByteArray &json, const QVector<MessagePart> &parts)
+{
+    sendFramed(socket, json, parts);
+}
+
 void Server::broadcastMessage(const QString &method)
 {
     if (clients.isEmpty())

@@ -58,6 +58,10 @@ public:
     // Frames obj ("_" already present) and the attachments and sends them to one socket.
     void sendMessage(QWebSocket *socket, const QJsonObject &obj, const QVector<MessagePart> &parts);
     void sendMessage(QWebSocket *socket, const QJsonObject &obj, const MessagePart &part);
+    // Frames an object that is already compact JSON text ("_" present). For replies so large
+    // that building them as QJsonObject would cost more than the work behind them.
+    void sendJson(QWebSocket *socket, const QByteArray &json,
+                  const QVector<MessagePart> &parts = QVector<MessagePart>());
     // The broadcasts reach the authenticated clients only, each under its own session key.
     void broadcastMessage(const QString &method);
     void broadcastMessage(const QString &method, QJsonObject &&obj);

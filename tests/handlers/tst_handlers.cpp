@@ -74,6 +74,7 @@ private slots:
     void listingOfHomeWhenNoPath();
     void listingOrderAndTypes();
     void listingOfMissingDirectory();
+    void listingEscapesNames();
     void fileIconSizes();
     void fileIconByType();
     void previewAlwaysAnswered();
@@ -453,6 +454,30 @@ void TestHandlers::listingOfMissingDirectory()
     QVERIFY(reply);
     QCOMPARE(reply->object.value(L::files).toArray(), QJsonArray());
     QCOMPARE(reply->object.value(L::name).toString(), QStringLiteral("dir"));
+}
+
+void TestHandlers::listingEscapesNames()
+{
+    QTemporaryDir dir;
+    const QStringList names { QStringLiteral("quote\"d"), QStringLiteral("back\\slash"),
+                              QStringLiteral("line\nfeed"), QStringLiteral("tab\there"),
+                              QStringLiteral("ünïcødé ☃"), QStringLiteral("ctrl\x01char") };
+    for (const QString &name : names)
+        QVERIFY2(QFile(dir.filePath(name)).open(QIODevice::WriteOnly), qPrintable(name));
+    CoreFixture f;
+    QVERIFY(f.start());
+    ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    const auto reply = f.request(client, req(L::directoryListing, { { L::path, dir.path() } }), L::directoryListing);
+    QVERIFY(reply);
+    QStringList listed;
+    for (const QJsonValue &entry : reply->object.value(L::files).toArray())
+        listed << entry.toObject().value(L::name).toString();
+    QStringList expected = names;
+    expected.sort(Qt::CaseInsensitive);
+    listed.sort(Qt::CaseInsensitive);
+    QCOMPARE(listed, expected);
+    // The text is what QJsonDocument would have written for the same object.
+    QCOMPARE(reply->json, QJsonDocument(reply->object).toJson(QJsonDocument::Compact));
 }
 
 void TestHandlers::fileIconSizes()
