@@ -89,6 +89,7 @@ private slots:
     void unsupportedList();
     void platformChangeReachesAuthenticatedAndPending();
     void systemCommandsReachThePlatform();
+    void messageInTheTurnOfStartIsUnhandled();
 };
 
 void TestHandlers::installedAppsInClientOrder()
@@ -689,6 +690,23 @@ void TestHandlers::systemCommandsReachThePlatform()
     LogCapture log;
     QVERIFY(f.requestAndSettle(client, req(QStringLiteral("zz"))));
     QCOMPARE(log.count(QStringLiteral("Unhandled message \"zz\"")), 1);
+}
+
+void TestHandlers::messageInTheTurnOfStartIsUnhandled()
+{
+    CoreFixture f;
+    f.core->start();
+    QVERIFY(f.core->server);
+    // The handlers exist but register on the next turn: a message now finds none.
+    QWebSocket socket;
+    LogCapture log;
+    f.core->server->dispatch(&socket, "{\"_\":\"au\",\"h\":\"00\"}");
+    QCOMPARE(log.count(QStringLiteral("Unhandled request")), 1);
+    QCOMPARE(log.count(QStringLiteral("Unhandled message \"au\"")), 1);
+    QTRY_VERIFY(f.core->server->handler(L::auth));
+    QVERIFY(f.core->server->handler(L::installedApps));
+    QVERIFY(!f.core->server->handler(L::runningApps));
+    QVERIFY(!f.core->server->handler(L::siteIcon));
 }
 
 QTEST_MAIN(TestHandlers)
