@@ -8,9 +8,9 @@
 
 #include <QCollator>
 #include <QDir>
+#include <QFile>
 #include <QJsonArray>
 #include <QJsonObject>
-#include <QFile>
 #include <QStandardPaths>
 
 #include <algorithm>
@@ -47,10 +47,7 @@ bool isAscii(const char *text, size_t length)
 }
 
 // A JSON string literal, escaped the way QJsonDocument writes it.
-bool needsEscape(char c)
-{
-    return uchar(c) < 0x20 || c == '"' || c == '\\';
-}
+bool needsEscape(char c) { return uchar(c) < 0x20 || c == '"' || c == '\\'; }
 
 void appendJsonBytes(QByteArray &out, const QByteArray &utf8)
 {
@@ -97,10 +94,7 @@ void appendJsonBytes(QByteArray &out, const QByteArray &utf8)
     out += '"';
 }
 
-void appendJsonString(QByteArray &out, const QString &text)
-{
-    appendJsonBytes(out, text.toUtf8());
-}
+void appendJsonString(QByteArray &out, const QString &text) { appendJsonBytes(out, text.toUtf8()); }
 
 // What a listing shows of one directory entry: a folder, a file, or nothing (special files
 // and dangling links, as QDir leaves out without QDir::System).
@@ -197,7 +191,7 @@ QByteArray DirectoryListingHandler::listDirectory(const QString &path)
         const QByteArray &x = a.entry->folded;
         const QByteArray &y = b.entry->folded;
         return std::string_view(x.constData(), size_t(x.size()))
-               < std::string_view(y.constData(), size_t(y.size()));
+            < std::string_view(y.constData(), size_t(y.size()));
     });
 
     // Keys in QJsonDocument's order, so that the text is what it would have written.

@@ -61,7 +61,7 @@ public:
     // Frames an object that is already compact JSON text ("_" present). For replies so large
     // that building them as QJsonObject would cost more than the work behind them.
     void sendJson(QWebSocket *socket, const QByteArray &json,
-                  const QVector<MessagePart> &parts = QVector<MessagePart>());
+        const QVector<MessagePart> &parts = QVector<MessagePart>());
     // The broadcasts reach the authenticated clients only, each under its own session key.
     void broadcastMessage(const QString &method);
     void broadcastMessage(const QString &method, QJsonObject &&obj);

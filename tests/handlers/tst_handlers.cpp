@@ -116,7 +116,8 @@ void TestHandlers::installedAppsInClientOrder()
     old->lastRun = 400;
     f.platform->setRunning(old, true);
     QTRY_COMPARE(client->framesWith(L::installedApps).size(), before + 1);
-    const QJsonArray after = client->framesWith(L::installedApps).last().object.value(L::apps).toArray();
+    const QJsonArray after
+        = client->framesWith(L::installedApps).last().object.value(L::apps).toArray();
     QCOMPARE(after.at(0).toObject().value(L::id).toString(), QStringLiteral("old"));
     QCOMPARE(after.at(0).toObject().value(L::status).toString(), L::running);
 }
@@ -143,12 +144,15 @@ void TestHandlers::currentAppPushedWhenItGoesAway()
     ProtocolClient *two = f.connectClient(QStringLiteral("two"));
     f.platform->setCurrentApp(app);
     QTRY_COMPARE(one->framesWith(L::currentApp).size(), 1);
-    QCOMPARE(one->framesWith(L::currentApp).at(0).object.value(L::id).toString(), QStringLiteral("a"));
+    QCOMPARE(
+        one->framesWith(L::currentApp).at(0).object.value(L::id).toString(), QStringLiteral("a"));
     f.platform->setCurrentApp(nullptr);
     QTRY_COMPARE(one->framesWith(L::currentApp).size(), 2);
     QTRY_COMPARE(two->framesWith(L::currentApp).size(), 2);
-    QCOMPARE(one->framesWith(L::currentApp).at(1).object, QJsonObject({ { L::method, L::currentApp } }));
-    QCOMPARE(two->framesWith(L::currentApp).at(1).object, QJsonObject({ { L::method, L::currentApp } }));
+    QCOMPARE(
+        one->framesWith(L::currentApp).at(1).object, QJsonObject({ { L::method, L::currentApp } }));
+    QCOMPARE(
+        two->framesWith(L::currentApp).at(1).object, QJsonObject({ { L::method, L::currentApp } }));
 }
 
 void TestHandlers::runningAppsRequestGetsNoReply()
@@ -169,18 +173,19 @@ void TestHandlers::appIconSizes()
     app->icon = QIcon(solid(256, 256));
     QVERIFY(f.start());
     ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
-    QVERIFY(f.requestAndSettle(client, req(L::appIcon, { { L::id, QStringLiteral("a") }, { L::size, 15 } })));
+    QVERIFY(f.requestAndSettle(
+        client, req(L::appIcon, { { L::id, QStringLiteral("a") }, { L::size, 15 } })));
     QCOMPARE(client->framesWith(L::appIcon).size(), 0);
-    const auto reply = f.request(client, req(L::appIcon, { { L::id, QStringLiteral("a") }, { L::size, 16 } }),
-                                 L::appIcon);
+    const auto reply = f.request(
+        client, req(L::appIcon, { { L::id, QStringLiteral("a") }, { L::size, 16 } }), L::appIcon);
     QVERIFY(reply);
     QCOMPARE(reply->object.value(L::id).toString(), QStringLiteral("a"));
     QCOMPARE(reply->object.value(L::size).toInt(), 16);
     QCOMPARE(reply->parts.size(), 1);
     QCOMPARE(reply->parts.at(0).first, qint8(Server::Png));
     QCOMPARE(decodePng(reply->parts.at(0).second).size(), QSize(16, 16));
-    const auto big = f.request(client, req(L::appIcon, { { L::id, QStringLiteral("a") }, { L::size, 128 } }),
-                               L::appIcon);
+    const auto big = f.request(
+        client, req(L::appIcon, { { L::id, QStringLiteral("a") }, { L::size, 128 } }), L::appIcon);
     QVERIFY(big);
     QCOMPARE(decodePng(big->parts.at(0).second).size(), QSize(128, 128));
 }
@@ -191,7 +196,8 @@ void TestHandlers::appIconUnknownOrEmpty()
     f.platform->addApp(QStringLiteral("a"), QStringLiteral("A"));
     QVERIFY(f.start());
     ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
-    QVERIFY(f.requestAndSettle(client, req(L::appIcon, { { L::id, QStringLiteral("zz") }, { L::size, 32 } })));
+    QVERIFY(f.requestAndSettle(
+        client, req(L::appIcon, { { L::id, QStringLiteral("zz") }, { L::size, 32 } })));
     QVERIFY(f.requestAndSettle(client, req(L::appIcon, { { L::size, 32 } })));
     QVERIFY(f.requestAndSettle(client, req(L::appIcon, { { L::id, QStringLiteral("a") } })));
     QCOMPARE(client->framesWith(L::appIcon).size(), 0);
@@ -207,10 +213,12 @@ void TestHandlers::activateFallsBackToCurrentApp()
     ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
     QVERIFY(f.requestAndSettle(client, req(L::activateApp)));
     QVERIFY(front->calls.contains(QStringLiteral("activate")));
-    QVERIFY(f.requestAndSettle(client, req(L::activateApp, { { L::id, QStringLiteral("nobody") } })));
+    QVERIFY(
+        f.requestAndSettle(client, req(L::activateApp, { { L::id, QStringLiteral("nobody") } })));
     QCOMPARE(front->calls.count(QStringLiteral("activate")), 1);
     QVERIFY(!other->calls.contains(QStringLiteral("activate")));
-    QVERIFY(f.requestAndSettle(client, req(L::activateApp, { { L::id, QStringLiteral("other") } })));
+    QVERIFY(
+        f.requestAndSettle(client, req(L::activateApp, { { L::id, QStringLiteral("other") } })));
     QVERIFY(other->calls.contains(QStringLiteral("activate")));
     QCOMPARE(client->framesWith(L::activateApp).size(), 0);
 }
@@ -249,7 +257,8 @@ void TestHandlers::scrollAmounts()
     ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
     QVERIFY(f.requestAndSettle(client, req(L::appScroll, { { L::x, 0 }, { L::y, -3 } })));
     QVERIFY(f.requestAndSettle(client, req(L::appScroll)));
-    QCOMPARE(app->calls, (QStringList { QStringLiteral("scroll(0,-3)"), QStringLiteral("scroll(0,0)") }));
+    QCOMPARE(app->calls,
+        (QStringList { QStringLiteral("scroll(0,-3)"), QStringLiteral("scroll(0,0)") }));
 }
 
 void TestHandlers::keySequenceNeedsId()
@@ -260,10 +269,12 @@ void TestHandlers::keySequenceNeedsId()
     app->calls.clear();
     QVERIFY(f.start());
     ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
-    QVERIFY(f.requestAndSettle(client, req(L::keySequence, { { L::keys, QStringLiteral("cmd+c") } })));
+    QVERIFY(
+        f.requestAndSettle(client, req(L::keySequence, { { L::keys, QStringLiteral("cmd+c") } })));
     QVERIFY(app->calls.isEmpty());
-    QVERIFY(f.requestAndSettle(client, req(L::keySequence, { { L::id, QStringLiteral("a") },
-                                                             { L::keys, QStringLiteral("cmd+c") } })));
+    QVERIFY(f.requestAndSettle(client,
+        req(L::keySequence,
+            { { L::id, QStringLiteral("a") }, { L::keys, QStringLiteral("cmd+c") } })));
     QCOMPARE(app->calls, QStringList { QStringLiteral("performKeySequence(cmd+c)") });
 }
 
@@ -273,12 +284,13 @@ void TestHandlers::keySequenceArray()
     FakeApp *app = f.platform->addApp(QStringLiteral("a"), QStringLiteral("A"));
     QVERIFY(f.start());
     ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
-    QVERIFY(f.requestAndSettle(
-        client, req(L::keySequence, { { L::id, QStringLiteral("a") },
-                                      { L::keys, QJsonArray { QStringLiteral("x"), 5, QStringLiteral("y") } } })));
-    QCOMPARE(app->calls, (QStringList { QStringLiteral("performKeySequence(x)"),
-                                        QStringLiteral("performKeySequence()"),
-                                        QStringLiteral("performKeySequence(y)") }));
+    QVERIFY(f.requestAndSettle(client,
+        req(L::keySequence,
+            { { L::id, QStringLiteral("a") },
+                { L::keys, QJsonArray { QStringLiteral("x"), 5, QStringLiteral("y") } } })));
+    QCOMPARE(app->calls,
+        (QStringList { QStringLiteral("performKeySequence(x)"),
+            QStringLiteral("performKeySequence()"), QStringLiteral("performKeySequence(y)") }));
 }
 
 void TestHandlers::keySequenceBadKeys()
@@ -288,7 +300,8 @@ void TestHandlers::keySequenceBadKeys()
     QVERIFY(f.start());
     ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
     LogCapture log;
-    QVERIFY(f.requestAndSettle(client, req(L::keySequence, { { L::id, QStringLiteral("a") }, { L::keys, 42 } })));
+    QVERIFY(f.requestAndSettle(
+        client, req(L::keySequence, { { L::id, QStringLiteral("a") }, { L::keys, 42 } })));
     QVERIFY(app->calls.isEmpty());
     QCOMPARE(log.count(QStringLiteral("No keys QJsonValue(double, 42)")), 1);
 }
@@ -304,14 +317,17 @@ void TestHandlers::menuTreeInAttachment()
     app->menu.emplace_back(QStringLiteral("2"), QStringLiteral("Help"), nullptr);
     QVERIFY(f.start());
     ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
-    const auto reply = f.request(client, req(L::appMenu, { { L::id, QStringLiteral("a") } }), L::appMenu);
+    const auto reply
+        = f.request(client, req(L::appMenu, { { L::id, QStringLiteral("a") } }), L::appMenu);
     QVERIFY(reply);
-    QCOMPARE(reply->object, QJsonObject({ { L::method, L::appMenu }, { L::id, QStringLiteral("a") } }));
+    QCOMPARE(
+        reply->object, QJsonObject({ { L::method, L::appMenu }, { L::id, QStringLiteral("a") } }));
     QCOMPARE(reply->parts.size(), 1);
     QCOMPARE(reply->parts.at(0).first, qint8(Server::Json));
     QCOMPARE(reply->parts.at(0).second,
-             QByteArray("[{\"i\":\"1\",\"m\":[{\"i\":\"1.1\",\"n\":\"Open\"},{\"i\":\"1.2\",\"n\":\"Save\"}],"
-                        "\"n\":\"File\"},{\"i\":\"2\",\"n\":\"Help\"}]"));
+        QByteArray(
+            "[{\"i\":\"1\",\"m\":[{\"i\":\"1.1\",\"n\":\"Open\"},{\"i\":\"1.2\",\"n\":\"Save\"}],"
+            "\"n\":\"File\"},{\"i\":\"2\",\"n\":\"Help\"}]"));
 }
 
 void TestHandlers::emptyMenuIsEmptyArray()
@@ -320,7 +336,8 @@ void TestHandlers::emptyMenuIsEmptyArray()
     f.platform->addApp(QStringLiteral("a"), QStringLiteral("A"));
     QVERIFY(f.start());
     ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
-    const auto reply = f.request(client, req(L::appMenu, { { L::id, QStringLiteral("a") } }), L::appMenu);
+    const auto reply
+        = f.request(client, req(L::appMenu, { { L::id, QStringLiteral("a") } }), L::appMenu);
     QVERIFY(reply);
     QCOMPARE(reply->parts.at(0).second, QByteArray("[]"));
 }
@@ -344,8 +361,9 @@ void TestHandlers::performMenu()
     FakeApp *app = f.platform->addApp(QStringLiteral("a"), QStringLiteral("A"));
     QVERIFY(f.start());
     ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
-    QVERIFY(f.requestAndSettle(client, req(L::performMenu, { { L::id, QStringLiteral("a") },
-                                                             { QStringLiteral("m"), QStringLiteral("1.2") } })));
+    QVERIFY(f.requestAndSettle(client,
+        req(L::performMenu,
+            { { L::id, QStringLiteral("a") }, { QStringLiteral("m"), QStringLiteral("1.2") } })));
     QCOMPARE(app->calls, QStringList { QStringLiteral("performMenu(1.2)") });
     QCOMPARE(client->framesWith(L::performMenu).size(), 0);
 }
@@ -360,9 +378,9 @@ void TestHandlers::focusValueQueryFallsBackToCurrent()
     ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
     const auto reply = f.request(client, req(L::focusValue), L::focusedElement);
     QVERIFY(reply);
-    QCOMPARE(reply->object, QJsonObject({ { L::method, L::focusedElement },
-                                          { L::id, QString() },
-                                          { L::value, QStringLiteral("first line\nsecond line") } }));
+    QCOMPARE(reply->object,
+        QJsonObject({ { L::method, L::focusedElement }, { L::id, QString() },
+            { L::value, QStringLiteral("first line\nsecond line") } }));
     QCOMPARE(client->framesWith(L::focusValue).size(), 0);
 }
 
@@ -372,8 +390,9 @@ void TestHandlers::focusValueSetNotAnswered()
     FakeApp *app = f.platform->addApp(QStringLiteral("a"), QStringLiteral("A"));
     QVERIFY(f.start());
     ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
-    QVERIFY(f.requestAndSettle(client, req(L::focusValue, { { L::id, QStringLiteral("a") },
-                                                            { L::value, QStringLiteral("hello") } })));
+    QVERIFY(f.requestAndSettle(client,
+        req(L::focusValue,
+            { { L::id, QStringLiteral("a") }, { L::value, QStringLiteral("hello") } })));
     QCOMPARE(app->calls, QStringList { QStringLiteral("setFocusValue(hello)") });
     QCOMPARE(client->framesWith(L::focusedElement).size(), 0);
 }
@@ -416,13 +435,16 @@ void TestHandlers::listingOrderAndTypes()
         QVERIFY(root.mkdir(QString::fromLatin1(folder)));
     for (const char *file : { "zeta.txt", "Apple.txt", "banana.txt", ".profile" })
         QVERIFY(QFile(root.filePath(QString::fromLatin1(file))).open(QIODevice::WriteOnly));
-    QVERIFY(QFile::link(root.filePath(QStringLiteral("nowhere")), root.filePath(QStringLiteral("dangling"))));
-    QVERIFY(QFile::link(root.filePath(QStringLiteral("beta")), root.filePath(QStringLiteral("link-to-beta"))));
+    QVERIFY(QFile::link(
+        root.filePath(QStringLiteral("nowhere")), root.filePath(QStringLiteral("dangling"))));
+    QVERIFY(QFile::link(
+        root.filePath(QStringLiteral("beta")), root.filePath(QStringLiteral("link-to-beta"))));
 
     CoreFixture f;
     QVERIFY(f.start());
     ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
-    const auto reply = f.request(client, req(L::directoryListing, { { L::path, dir.path() } }), L::directoryListing);
+    const auto reply = f.request(
+        client, req(L::directoryListing, { { L::path, dir.path() } }), L::directoryListing);
     QVERIFY(reply);
     const QString d = QStringLiteral("d");
     const QJsonArray expected {
@@ -440,9 +462,10 @@ void TestHandlers::listingOrderAndTypes()
     QStringList names;
     for (const QJsonValue &entry : expected)
         names << entry.toObject().value(L::name).toString();
-    QCOMPARE(QDir(dir.path()).entryList(QDir::Dirs | QDir::Files | QDir::Drives | QDir::NoDotAndDotDot,
-                                        QDir::Name | QDir::DirsFirst | QDir::IgnoreCase | QDir::LocaleAware),
-             names);
+    QCOMPARE(QDir(dir.path())
+                 .entryList(QDir::Dirs | QDir::Files | QDir::Drives | QDir::NoDotAndDotDot,
+                     QDir::Name | QDir::DirsFirst | QDir::IgnoreCase | QDir::LocaleAware),
+        names);
 }
 
 void TestHandlers::listingOfMissingDirectory()
@@ -450,8 +473,9 @@ void TestHandlers::listingOfMissingDirectory()
     CoreFixture f;
     QVERIFY(f.start());
     ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
-    const auto reply = f.request(client, req(L::directoryListing, { { L::path, QStringLiteral("/no/such/dir") } }),
-                                 L::directoryListing);
+    const auto reply = f.request(client,
+        req(L::directoryListing, { { L::path, QStringLiteral("/no/such/dir") } }),
+        L::directoryListing);
     QVERIFY(reply);
     QCOMPARE(reply->object.value(L::files).toArray(), QJsonArray());
     QCOMPARE(reply->object.value(L::name).toString(), QStringLiteral("dir"));
@@ -461,14 +485,15 @@ void TestHandlers::listingEscapesNames()
 {
     QTemporaryDir dir;
     const QStringList names { QStringLiteral("quote\"d"), QStringLiteral("back\\slash"),
-                              QStringLiteral("line\nfeed"), QStringLiteral("tab\there"),
-                              QStringLiteral("ünïcødé ☃"), QStringLiteral("ctrl\x01char") };
+        QStringLiteral("line\nfeed"), QStringLiteral("tab\there"), QStringLiteral("ünïcødé ☃"),
+        QStringLiteral("ctrl\x01char") };
     for (const QString &name : names)
         QVERIFY2(QFile(dir.filePath(name)).open(QIODevice::WriteOnly), qPrintable(name));
     CoreFixture f;
     QVERIFY(f.start());
     ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
-    const auto reply = f.request(client, req(L::directoryListing, { { L::path, dir.path() } }), L::directoryListing);
+    const auto reply = f.request(
+        client, req(L::directoryListing, { { L::path, dir.path() } }), L::directoryListing);
     QVERIFY(reply);
     QStringList listed;
     for (const QJsonValue &entry : reply->object.value(L::files).toArray())
@@ -487,16 +512,20 @@ void TestHandlers::fileIconSizes()
     f.platform->fileIcons.insert(QStringLiteral("/tmp/a.txt"), solid(32, 32));
     QVERIFY(f.start());
     ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
-    QVERIFY(f.requestAndSettle(client, req(L::fileIcon, { { L::path, QStringLiteral("/tmp/a.txt") }, { L::size, 8 } })));
+    QVERIFY(f.requestAndSettle(
+        client, req(L::fileIcon, { { L::path, QStringLiteral("/tmp/a.txt") }, { L::size, 8 } })));
     QCOMPARE(client->framesWith(L::fileIcon).size(), 0);
-    const auto reply = f.request(client, req(L::fileIcon, { { L::path, QStringLiteral("/tmp/a.txt") }, { L::size, 32 } }),
-                                 L::fileIcon);
+    const auto reply = f.request(client,
+        req(L::fileIcon, { { L::path, QStringLiteral("/tmp/a.txt") }, { L::size, 32 } }),
+        L::fileIcon);
     QVERIFY(reply);
-    QCOMPARE(reply->object, QJsonObject({ { L::method, L::fileIcon }, { L::size, 32 },
-                                          { L::path, QStringLiteral("/tmp/a.txt") } }));
+    QCOMPARE(reply->object,
+        QJsonObject({ { L::method, L::fileIcon }, { L::size, 32 },
+            { L::path, QStringLiteral("/tmp/a.txt") } }));
     QCOMPARE(decodePng(reply->parts.at(0).second).size(), QSize(32, 32));
     // No icon at all: no answer.
-    QVERIFY(f.requestAndSettle(client, req(L::fileIcon, { { L::path, QStringLiteral("/tmp/none") }, { L::size, 32 } })));
+    QVERIFY(f.requestAndSettle(
+        client, req(L::fileIcon, { { L::path, QStringLiteral("/tmp/none") }, { L::size, 32 } })));
     QCOMPARE(client->framesWith(L::fileIcon).size(), 1);
 }
 
@@ -506,11 +535,12 @@ void TestHandlers::fileIconByType()
     f.platform->typeIcons.insert(QStringLiteral("pdf"), solid(48, 48));
     QVERIFY(f.start());
     ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
-    const auto reply = f.request(client, req(L::fileIcon, { { L::type, QStringLiteral("pdf") }, { L::size, 48 } }),
-                                 L::fileIcon);
+    const auto reply = f.request(client,
+        req(L::fileIcon, { { L::type, QStringLiteral("pdf") }, { L::size, 48 } }), L::fileIcon);
     QVERIFY(reply);
-    QCOMPARE(reply->object, QJsonObject({ { L::method, L::fileIcon }, { L::size, 48 },
-                                          { L::type, QStringLiteral("pdf") } }));
+    QCOMPARE(reply->object,
+        QJsonObject(
+            { { L::method, L::fileIcon }, { L::size, 48 }, { L::type, QStringLiteral("pdf") } }));
     QVERIFY(f.platform->calls.contains(QStringLiteral("iconForFileType(pdf,48)")));
 }
 
@@ -520,15 +550,18 @@ void TestHandlers::previewAlwaysAnswered()
     f.platform->previews.insert(QStringLiteral("/p.png"), solid(40, 30));
     QVERIFY(f.start());
     ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
-    const auto none = f.request(client, req(L::filePreview, { { L::path, QStringLiteral("/doc.pdf") },
-                                                              { L::width, 100 }, { L::height, 100 } }),
-                                L::filePreview);
+    const auto none = f.request(client,
+        req(L::filePreview,
+            { { L::path, QStringLiteral("/doc.pdf") }, { L::width, 100 }, { L::height, 100 } }),
+        L::filePreview);
     QVERIFY(none);
-    QCOMPARE(none->object, QJsonObject({ { L::method, L::filePreview }, { L::path, QStringLiteral("/doc.pdf") },
-                                         { L::width, 100 }, { L::height, 100 } }));
+    QCOMPARE(none->object,
+        QJsonObject({ { L::method, L::filePreview }, { L::path, QStringLiteral("/doc.pdf") },
+            { L::width, 100 }, { L::height, 100 } }));
     QCOMPARE(none->parts.size(), 1);
     QVERIFY(none->parts.at(0).second.isEmpty());
-    const auto some = f.request(client, req(L::filePreview, { { L::path, QStringLiteral("/p.png") } }), L::filePreview);
+    const auto some = f.request(
+        client, req(L::filePreview, { { L::path, QStringLiteral("/p.png") } }), L::filePreview);
     QVERIFY(some);
     QCOMPARE(decodePng(some->parts.at(0).second).size(), QSize(40, 30));
     QVERIFY(f.platform->calls.contains(QStringLiteral("previewForFile(/p.png,0,0)")));
@@ -544,15 +577,18 @@ void TestHandlers::fileAppsAndOpen()
     f.platform->fileApps = { viewer, editor };
     QVERIFY(f.start());
     ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
-    const auto reply = f.request(client, req(L::fileApps, { { L::path, QStringLiteral("/x.txt") } }), L::fileApps);
+    const auto reply = f.request(
+        client, req(L::fileApps, { { L::path, QStringLiteral("/x.txt") } }), L::fileApps);
     QVERIFY(reply);
     QCOMPARE(reply->object.value(L::path).toString(), QStringLiteral("/x.txt"));
     QCOMPARE(reply->object.value(L::apps).toArray(),
-             (QJsonArray { QJsonObject { { L::id, QStringLiteral("viewer") } },
-                           QJsonObject { { L::id, QStringLiteral("editor") } } }));
-    QVERIFY(f.requestAndSettle(client, req(L::fileOpen, { { L::path, QStringLiteral("/x.txt") },
-                                                          { L::id, QStringLiteral("editor") } })));
-    QVERIFY(f.requestAndSettle(client, req(L::fileOpen, { { L::path, QStringLiteral("/y.txt") } })));
+        (QJsonArray { QJsonObject { { L::id, QStringLiteral("viewer") } },
+            QJsonObject { { L::id, QStringLiteral("editor") } } }));
+    QVERIFY(f.requestAndSettle(client,
+        req(L::fileOpen,
+            { { L::path, QStringLiteral("/x.txt") }, { L::id, QStringLiteral("editor") } })));
+    QVERIFY(
+        f.requestAndSettle(client, req(L::fileOpen, { { L::path, QStringLiteral("/y.txt") } })));
     QVERIFY(f.platform->calls.contains(QStringLiteral("openFile(/x.txt,editor)")));
     QVERIFY(f.platform->calls.contains(QStringLiteral("openFile(/y.txt,)")));
     QCOMPARE(client->framesWith(L::fileOpen).size(), 0);
@@ -577,7 +613,8 @@ void TestHandlers::volumeQueryAndSet()
     emit f.platform->volumeChanged();
     QTRY_COMPARE(client->framesWith(L::volume).size(), 2);
     QTRY_COMPARE(other->framesWith(L::volume).size(), 1);
-    QCOMPARE(other->framesWith(L::volume).at(0).object, QJsonObject({ { L::method, L::volume }, { L::value, 30 } }));
+    QCOMPARE(other->framesWith(L::volume).at(0).object,
+        QJsonObject({ { L::method, L::volume }, { L::value, 30 } }));
 }
 
 void TestHandlers::volumeFromStringIsZero()
@@ -650,12 +687,13 @@ void TestHandlers::unsupportedList()
     ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
     const auto empty = f.request(client, req(L::unsupported), L::unsupported);
     QVERIFY(empty);
-    QCOMPARE(empty->object, QJsonObject({ { L::method, L::unsupported }, { L::value, QJsonArray() } }));
+    QCOMPARE(
+        empty->object, QJsonObject({ { L::method, L::unsupported }, { L::value, QJsonArray() } }));
     const int before = client->framesWith(L::unsupported).size();
     f.platform->setUnsupportedList({ L::brightness, L::appMenu });
     QTRY_COMPARE(client->framesWith(L::unsupported).size(), before + 1);
     QCOMPARE(client->framesWith(L::unsupported).last().object.value(L::value).toArray(),
-             (QJsonArray { L::brightness, L::appMenu }));
+        (QJsonArray { L::brightness, L::appMenu }));
 }
 
 void TestHandlers::platformChangeReachesAuthenticatedAndPending()
@@ -680,10 +718,10 @@ void TestHandlers::systemCommandsReachThePlatform()
     ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
     const int framesBefore = client->frames.size();
     for (const QString &code : { L::sleep, L::logout, L::restart, L::shutdown, L::playPause,
-                                 L::previousTrack, L::nextTrack })
+             L::previousTrack, L::nextTrack })
         QVERIFY(f.requestAndSettle(client, req(code, { { L::value, 1 } })));
-    for (const char *call : { "sleep", "logout", "restart", "shutdown", "playPause", "previousTrack",
-                              "nextTrack" })
+    for (const char *call :
+        { "sleep", "logout", "restart", "shutdown", "playPause", "previousTrack", "nextTrack" })
         QVERIFY2(f.platform->calls.contains(QString::fromLatin1(call)), call);
     // Only the markers were answered.
     QCOMPARE(client->frames.size(), framesBefore + 7);

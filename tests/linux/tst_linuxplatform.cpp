@@ -25,10 +25,7 @@ QTemporaryDir *dataHome = nullptr;
 QTemporaryDir *configHome = nullptr;
 QTemporaryDir *files = nullptr;
 
-QString applicationsDir()
-{
-    return dataHome->filePath(QStringLiteral("applications"));
-}
+QString applicationsDir() { return dataHome->filePath(QStringLiteral("applications")); }
 
 // A desktop entry for an application that records its arguments, one per line, in
 // <files>/<id>.argv.
@@ -44,7 +41,8 @@ void writeDesktopFile(const QString &id, const QString &name, const QString &ext
 
 void updateMimeCache()
 {
-    QCOMPARE(QProcess::execute(QStringLiteral("update-desktop-database"), { applicationsDir() }), 0);
+    QCOMPARE(
+        QProcess::execute(QStringLiteral("update-desktop-database"), { applicationsDir() }), 0);
 }
 
 QImage makeImage(int width, int height, const QString &path, const char *format)
@@ -89,17 +87,20 @@ void TestLinuxPlatform::initTestCase()
     QVERIFY(QDir().mkpath(applicationsDir()));
     QFile recorder(files->filePath(QStringLiteral("record.sh")));
     QVERIFY(recorder.open(QIODevice::WriteOnly));
-    recorder.write("#!/bin/sh\nid=\"$1\"\nshift\nfor a in \"$@\"; do echo \"$a\"; done > \"$(dirname \"$0\")/$id.argv\"\n");
+    recorder.write("#!/bin/sh\nid=\"$1\"\nshift\nfor a in \"$@\"; do echo \"$a\"; done > "
+                   "\"$(dirname \"$0\")/$id.argv\"\n");
     recorder.close();
     recorder.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     makeImage(64, 64, files->filePath(QStringLiteral("icon.png")), "PNG");
 
     writeDesktopFile(QStringLiteral("org.velm.Zebra"), QStringLiteral("Zebra Tool"),
-                     QStringLiteral("MimeType=text/plain;\nIcon=%1\n").arg(files->filePath(QStringLiteral("icon.png"))));
+        QStringLiteral("MimeType=text/plain;\nIcon=%1\n")
+            .arg(files->filePath(QStringLiteral("icon.png"))));
     writeDesktopFile(QStringLiteral("org.velm.Bundle"), QStringLiteral("Alpha.app"),
-                     QStringLiteral("MimeType=text/plain;image/png;\n"));
+        QStringLiteral("MimeType=text/plain;image/png;\n"));
     writeDesktopFile(QStringLiteral("org.velm.Loud"), QStringLiteral("Beta.APP"));
-    writeDesktopFile(QStringLiteral("org.velm.Hidden"), QStringLiteral("Hidden"), QStringLiteral("NoDisplay=true\n"));
+    writeDesktopFile(QStringLiteral("org.velm.Hidden"), QStringLiteral("Hidden"),
+        QStringLiteral("NoDisplay=true\n"));
     updateMimeCache();
 
     TestEnvironment::setUp();
@@ -142,7 +143,8 @@ void TestLinuxPlatform::newDesktopEntryIsPickedUp()
 {
     QSignalSpy changed(platform, &Platform::installedAppsChanged);
     writeDesktopFile(QStringLiteral("org.velm.Fresh"), QStringLiteral("Fresh"));
-    QTRY_VERIFY_WITH_TIMEOUT(platform->appforId(QStringLiteral("org.velm.Fresh")) != nullptr, 15000);
+    QTRY_VERIFY_WITH_TIMEOUT(
+        platform->appforId(QStringLiteral("org.velm.Fresh")) != nullptr, 15000);
     QVERIFY(changed.size() >= 1);
     QCOMPARE(platform->appforId(QStringLiteral("org.velm.Fresh"))->name, QStringLiteral("Fresh"));
 }
@@ -153,16 +155,19 @@ void TestLinuxPlatform::previews_data()
     QTest::addColumn<QSize>("source");
     QTest::addColumn<QSize>("asked");
     QTest::addColumn<QSize>("expected");
-    QTest::newRow("large image fits") << QStringLiteral("large.jpg") << QSize(4000, 3000) << QSize(400, 400)
-                                      << QSize(400, 300);
-    QTest::newRow("small image unscaled") << QStringLiteral("small.png") << QSize(100, 100) << QSize(400, 400)
-                                          << QSize(100, 100);
-    QTest::newRow("upper-case extension") << QStringLiteral("photo.PNG") << QSize(80, 60) << QSize(40, 40)
-                                          << QSize(40, 30);
-    QTest::newRow("text file") << QStringLiteral("notes.txt") << QSize() << QSize(100, 100) << QSize();
+    QTest::newRow("large image fits")
+        << QStringLiteral("large.jpg") << QSize(4000, 3000) << QSize(400, 400) << QSize(400, 300);
+    QTest::newRow("small image unscaled")
+        << QStringLiteral("small.png") << QSize(100, 100) << QSize(400, 400) << QSize(100, 100);
+    QTest::newRow("upper-case extension")
+        << QStringLiteral("photo.PNG") << QSize(80, 60) << QSize(40, 40) << QSize(40, 30);
+    QTest::newRow("text file") << QStringLiteral("notes.txt") << QSize() << QSize(100, 100)
+                               << QSize();
     QTest::newRow("pdf") << QStringLiteral("paper.pdf") << QSize() << QSize(100, 100) << QSize();
-    QTest::newRow("no extension") << QStringLiteral("README") << QSize(50, 50) << QSize(100, 100) << QSize();
-    QTest::newRow("ends with a dot") << QStringLiteral("archive.") << QSize(50, 50) << QSize(100, 100) << QSize();
+    QTest::newRow("no extension") << QStringLiteral("README") << QSize(50, 50) << QSize(100, 100)
+                                  << QSize();
+    QTest::newRow("ends with a dot")
+        << QStringLiteral("archive.") << QSize(50, 50) << QSize(100, 100) << QSize();
 }
 
 void TestLinuxPlatform::previews()
@@ -173,7 +178,8 @@ void TestLinuxPlatform::previews()
     QFETCH(QSize, expected);
     const QString path = files->filePath(name);
     if (source.isValid()) {
-        makeImage(source.width(), source.height(), path, name.endsWith(QLatin1String("jpg")) ? "JPG" : "PNG");
+        makeImage(source.width(), source.height(), path,
+            name.endsWith(QLatin1String("jpg")) ? "JPG" : "PNG");
     } else {
         QFile file(path);
         QVERIFY(file.open(QIODevice::WriteOnly));
@@ -214,7 +220,8 @@ void TestLinuxPlatform::appsForFileAndOpen()
     QStringList ids;
     for (App *app : apps)
         ids << app->id;
-    QVERIFY2(ids.contains(QStringLiteral("org.velm.Zebra")), qPrintable(ids.join(QLatin1Char(','))));
+    QVERIFY2(
+        ids.contains(QStringLiteral("org.velm.Zebra")), qPrintable(ids.join(QLatin1Char(','))));
     QVERIFY(ids.contains(QStringLiteral("org.velm.Bundle")));
     QVERIFY(!ids.contains(QStringLiteral("org.velm.Loud")));
     QVERIFY(platform->appsForFile(files->filePath(QStringLiteral("missing.txt"))).isEmpty());
@@ -223,7 +230,8 @@ void TestLinuxPlatform::appsForFileAndOpen()
     platform->openFile(text, QStringLiteral("org.velm.Zebra"));
     auto recorded = [&argv] {
         QFile file(argv);
-        return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()).trimmed() : QString();
+        return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()).trimmed()
+                                              : QString();
     };
     QTRY_VERIFY_WITH_TIMEOUT(!recorded().isEmpty(), 10000);
     const QString argument = recorded();
@@ -236,12 +244,14 @@ void TestLinuxPlatform::appsForFileAndOpen()
 void TestLinuxPlatform::autostartEntry()
 {
     const QString entry = LinuxPlatform::autostartFile();
-    QVERIFY(entry.startsWith(qEnvironmentVariable("XDG_CONFIG_HOME") + QStringLiteral("/autostart/")));
+    QVERIFY(
+        entry.startsWith(qEnvironmentVariable("XDG_CONFIG_HOME") + QStringLiteral("/autostart/")));
     platform->setAutostart(true);
     QVERIFY(QFile::exists(entry));
     QSettings desktop(entry, QSettings::IniFormat);
     desktop.beginGroup(QStringLiteral("Desktop Entry"));
-    QCOMPARE(desktop.value(QStringLiteral("Exec")).toString(), QCoreApplication::applicationFilePath());
+    QCOMPARE(
+        desktop.value(QStringLiteral("Exec")).toString(), QCoreApplication::applicationFilePath());
     QCOMPARE(desktop.value(QStringLiteral("Type")).toString(), QStringLiteral("Application"));
     platform->setAutostart(false);
     QVERIFY(!QFile::exists(entry));
@@ -251,10 +261,10 @@ void TestLinuxPlatform::unsupportedIsHonest()
 {
     const QStringList unsupported = platform->getUnsupported();
     for (const QString &code : { L::brightness, L::volume, L::volumeMute, L::screenLock, L::appMenu,
-                                 L::keySequence, L::sleep })
+             L::keySequence, L::sleep })
         QVERIFY2(unsupported.contains(code), qPrintable(code));
     for (const QString &code : { L::installedApps, L::appIcon, L::directoryListing, L::fileIcon,
-                                 L::filePreview, L::fileOpen, L::fileApps, L::unsupported })
+             L::filePreview, L::fileOpen, L::fileApps, L::unsupported })
         QVERIFY2(!unsupported.contains(code), qPrintable(code));
 }
 
@@ -281,14 +291,16 @@ void TestLinuxPlatform::installedAppsOverTheWire()
     client.send(QJsonObject { { L::method, L::installedApps } });
     QTRY_VERIFY(!client.framesWith(L::installedApps).isEmpty());
     bool found = false;
-    for (const QJsonValue &app : client.framesWith(L::installedApps).last().object.value(L::apps).toArray()) {
+    for (const QJsonValue &app :
+        client.framesWith(L::installedApps).last().object.value(L::apps).toArray()) {
         if (app.toObject().value(L::id).toString() == QLatin1String("org.velm.Zebra")) {
             found = true;
             QCOMPARE(app.toObject().value(L::name).toString(), QStringLiteral("Zebra Tool"));
         }
     }
     QVERIFY(found);
-    client.send(QJsonObject { { L::method, L::appIcon }, { L::id, QStringLiteral("org.velm.Zebra") }, { L::size, 64 } });
+    client.send(QJsonObject {
+        { L::method, L::appIcon }, { L::id, QStringLiteral("org.velm.Zebra") }, { L::size, 64 } });
     QTRY_COMPARE(client.framesWith(L::appIcon).size(), 1);
     QImage icon;
     QVERIFY(icon.loadFromData(client.framesWith(L::appIcon).at(0).parts.at(0).second, "PNG"));

@@ -54,8 +54,9 @@ void TestModel::setCurrentAppTwice()
     QSignalSpy changed(&platform, &Platform::currentAppChanged);
     platform.setCurrentApp(a);
     platform.setCurrentApp(a);
-    QCOMPARE(a->calls, (QStringList { QStringLiteral("setCurrent(true)"), QStringLiteral("setCurrent(false)"),
-                                      QStringLiteral("setCurrent(true)") }));
+    QCOMPARE(a->calls,
+        (QStringList { QStringLiteral("setCurrent(true)"), QStringLiteral("setCurrent(false)"),
+            QStringLiteral("setCurrent(true)") }));
     QCOMPARE(changed.size(), 2);
     QCOMPARE(changed.at(0).at(0).value<App *>(), a);
     QCOMPARE(changed.at(1).at(0).value<App *>(), a);
@@ -84,10 +85,13 @@ void TestModel::clearAppsSignals()
     platform.setCurrentApp(a);
     QPointer<FakeApp> watched(a);
     QStringList order;
-    connect(&platform, &Platform::currentAppChanged, this,
-            [&](App *app) { order << (app ? QStringLiteral("current(app)") : QStringLiteral("current(null)")); });
-    connect(&platform, &Platform::installedAppsChanged, this, [&] { order << QStringLiteral("installed"); });
-    connect(&platform, &Platform::runningAppsChanged, this, [&] { order << QStringLiteral("running"); });
+    connect(&platform, &Platform::currentAppChanged, this, [&](App *app) {
+        order << (app ? QStringLiteral("current(app)") : QStringLiteral("current(null)"));
+    });
+    connect(&platform, &Platform::installedAppsChanged, this,
+        [&] { order << QStringLiteral("installed"); });
+    connect(&platform, &Platform::runningAppsChanged, this,
+        [&] { order << QStringLiteral("running"); });
     platform.clearApps();
     QCOMPARE(order, (QStringList { QStringLiteral("current(null)"), QStringLiteral("installed") }));
     QVERIFY(watched.isNull());
@@ -185,9 +189,9 @@ void TestModel::performKeySequencesInOrder()
 {
     FakeApp app(QStringLiteral("a"));
     app.performKeySequences({ QStringLiteral("one"), QString(), QStringLiteral("two") });
-    QCOMPARE(app.calls, (QStringList { QStringLiteral("performKeySequence(one)"),
-                                       QStringLiteral("performKeySequence()"),
-                                       QStringLiteral("performKeySequence(two)") }));
+    QCOMPARE(app.calls,
+        (QStringList { QStringLiteral("performKeySequence(one)"),
+            QStringLiteral("performKeySequence()"), QStringLiteral("performKeySequence(two)") }));
 }
 
 void TestModel::focusRoleBroadcast()
@@ -200,20 +204,19 @@ void TestModel::focusRoleBroadcast()
     QVERIFY(Pairing::connectAuthenticated(client, server.serverPort()));
     FakeApp app(QStringLiteral("editor"));
     app.setFocusRole(App::TextArea, QStringLiteral("Body"), QStringLiteral("ab\ncd"),
-                     { { QStringLiteral("multiline"), true } });
+        { { QStringLiteral("multiline"), true } });
     QCOMPARE(app.focusValue, QStringLiteral("ab\ncd"));
     QTRY_COMPARE(client.framesWith(L::focusedElement).size(), 1);
     QCOMPARE(client.framesWith(L::focusedElement).at(0).object,
-             QJsonObject({ { L::method, L::focusedElement },
-                           { L::id, QStringLiteral("editor") },
-                           { L::role, QStringLiteral("TextArea") },
-                           { L::name, QStringLiteral("Body") },
-                           { L::value, QStringLiteral("ab...") },
-                           { L::properties, QJsonObject { { QStringLiteral("multiline"), true } } } }));
+        QJsonObject({ { L::method, L::focusedElement }, { L::id, QStringLiteral("editor") },
+            { L::role, QStringLiteral("TextArea") }, { L::name, QStringLiteral("Body") },
+            { L::value, QStringLiteral("ab...") },
+            { L::properties, QJsonObject { { QStringLiteral("multiline"), true } } } }));
     // Fewer than four characters: sent as they are.
     app.setFocusRole(App::Text, QString(), QStringLiteral("a\nb"), {});
     QTRY_COMPARE(client.framesWith(L::focusedElement).size(), 2);
-    QCOMPARE(client.framesWith(L::focusedElement).at(1).object.value(L::value).toString(), QStringLiteral("a\nb"));
+    QCOMPARE(client.framesWith(L::focusedElement).at(1).object.value(L::value).toString(),
+        QStringLiteral("a\nb"));
     App::setServer(nullptr);
 }
 

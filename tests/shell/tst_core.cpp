@@ -20,9 +20,10 @@ struct MockCall
 // What the session's ScreenSaver mock was asked, oldest first.
 QList<MockCall> screenSaverCalls()
 {
-    const QDBusMessage call = QDBusMessage::createMethodCall(
-        QStringLiteral("org.freedesktop.ScreenSaver"), QStringLiteral("/org/freedesktop/ScreenSaver"),
-        QStringLiteral("org.freedesktop.DBus.Mock"), QStringLiteral("GetCalls"));
+    const QDBusMessage call
+        = QDBusMessage::createMethodCall(QStringLiteral("org.freedesktop.ScreenSaver"),
+            QStringLiteral("/org/freedesktop/ScreenSaver"),
+            QStringLiteral("org.freedesktop.DBus.Mock"), QStringLiteral("GetCalls"));
     const QDBusMessage reply = QDBusConnection::sessionBus().call(call);
     QList<MockCall> calls;
     if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().isEmpty())
@@ -42,7 +43,8 @@ QList<MockCall> screenSaverCalls()
         }
         array.endArray();
         array.endStructure();
-        if (entry.method != QLatin1String("GetActive") && entry.method != QLatin1String("LastCookie"))
+        if (entry.method != QLatin1String("GetActive")
+            && entry.method != QLatin1String("LastCookie"))
             calls << entry;
     }
     array.endArray();
@@ -51,16 +53,18 @@ QList<MockCall> screenSaverCalls()
 
 void clearScreenSaverCalls()
 {
-    QDBusConnection::sessionBus().call(QDBusMessage::createMethodCall(
-        QStringLiteral("org.freedesktop.ScreenSaver"), QStringLiteral("/org/freedesktop/ScreenSaver"),
-        QStringLiteral("org.freedesktop.DBus.Mock"), QStringLiteral("ClearCalls")));
+    QDBusConnection::sessionBus().call(
+        QDBusMessage::createMethodCall(QStringLiteral("org.freedesktop.ScreenSaver"),
+            QStringLiteral("/org/freedesktop/ScreenSaver"),
+            QStringLiteral("org.freedesktop.DBus.Mock"), QStringLiteral("ClearCalls")));
 }
 
 uint lastCookie()
 {
-    const QDBusMessage reply = QDBusConnection::sessionBus().call(QDBusMessage::createMethodCall(
-        QStringLiteral("org.freedesktop.ScreenSaver"), QStringLiteral("/org/freedesktop/ScreenSaver"),
-        QStringLiteral("org.freedesktop.ScreenSaver"), QStringLiteral("LastCookie")));
+    const QDBusMessage reply = QDBusConnection::sessionBus().call(
+        QDBusMessage::createMethodCall(QStringLiteral("org.freedesktop.ScreenSaver"),
+            QStringLiteral("/org/freedesktop/ScreenSaver"),
+            QStringLiteral("org.freedesktop.ScreenSaver"), QStringLiteral("LastCookie")));
     return reply.arguments().value(0).toUInt();
 }
 
@@ -140,7 +144,8 @@ void TestCore::clientCountsDriveSleepAndActivity()
     QVERIFY(one);
     QTRY_COMPARE(methods(screenSaverCalls()), QStringList { QStringLiteral("Inhibit") });
     const MockCall inhibit = screenSaverCalls().first();
-    QCOMPARE(inhibit.arguments, (QVariantList { QStringLiteral("Velm Server"), QStringLiteral("Velm client connected") }));
+    QCOMPARE(inhibit.arguments,
+        (QVariantList { QStringLiteral("Velm Server"), QStringLiteral("Velm client connected") }));
     QCOMPARE(f.platform->calls.count(QStringLiteral("setActive(true)")), 1);
 
     ProtocolClient *two = f.connectClient(QStringLiteral("two"));
@@ -155,13 +160,15 @@ void TestCore::clientCountsDriveSleepAndActivity()
     // Down to one: the assertion is requested again and the platform activated again.
     two->close();
     QTRY_COMPARE(f.platform->calls.count(QStringLiteral("setActive(true)")), 2);
-    QTRY_COMPARE(methods(screenSaverCalls()), (QStringList { QStringLiteral("Inhibit"), QStringLiteral("Inhibit") }));
+    QTRY_COMPARE(methods(screenSaverCalls()),
+        (QStringList { QStringLiteral("Inhibit"), QStringLiteral("Inhibit") }));
     const uint cookie = lastCookie();
     QVERIFY(cookie > 0);
     one->close();
     QTRY_VERIFY(f.platform->calls.contains(QStringLiteral("setActive(false)")));
     QTRY_COMPARE(methods(screenSaverCalls()),
-                 (QStringList { QStringLiteral("Inhibit"), QStringLiteral("Inhibit"), QStringLiteral("UnInhibit") }));
+        (QStringList {
+            QStringLiteral("Inhibit"), QStringLiteral("Inhibit"), QStringLiteral("UnInhibit") }));
     // The cookie of the latest Inhibit is handed back.
     QCOMPARE(screenSaverCalls().last().arguments.value(0).toUInt(), cookie);
 }
@@ -173,7 +180,8 @@ void TestCore::switchingPreventSleepOffReleasesAtOnce()
     QVERIFY(f.connectClient(QStringLiteral("phone")));
     QTRY_COMPARE(methods(screenSaverCalls()), QStringList { QStringLiteral("Inhibit") });
     f.core->setPreventSleep(false);
-    QCOMPARE(methods(screenSaverCalls()), (QStringList { QStringLiteral("Inhibit"), QStringLiteral("UnInhibit") }));
+    QCOMPARE(methods(screenSaverCalls()),
+        (QStringList { QStringLiteral("Inhibit"), QStringLiteral("UnInhibit") }));
     QCOMPARE(QSettings().value(QStringLiteral("preventSleep")).toBool(), false);
     // Switching on asserts nothing by itself.
     f.core->setPreventSleep(true);

@@ -19,14 +19,14 @@ void TestMain::logLinesNameTheirFunction()
     environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
     // No Avahi to talk to: the registration fails and the server logs it.
     environment.insert(QStringLiteral("DBUS_SYSTEM_BUS_ADDRESS"),
-                       QStringLiteral("unix:path=") + home.filePath(QStringLiteral("no-bus")));
+        QStringLiteral("unix:path=") + home.filePath(QStringLiteral("no-bus")));
     QProcess server;
     server.setProcessEnvironment(environment);
     server.start(QStringLiteral(VELM_SERVER_EXECUTABLE), QStringList());
     QVERIFY(server.waitForStarted());
     QByteArray output;
-    QTRY_VERIFY_WITH_TIMEOUT((output += server.readAllStandardError()).contains("ZeroConf error"),
-                             10000);
+    QTRY_VERIFY_WITH_TIMEOUT(
+        (output += server.readAllStandardError()).contains("ZeroConf error"), 10000);
     server.kill();
     server.waitForFinished();
     const QList<QByteArray> lines = output.split('\n');
@@ -37,7 +37,8 @@ void TestMain::logLinesNameTheirFunction()
     }
     QCOMPARE(line, QByteArray("[Server::onZeroConfError] ZeroConf error -1"));
     // The port was chosen and remembered under the program's identity.
-    QSettings settings(home.filePath(QStringLiteral("Velm/velm-server.conf")), QSettings::IniFormat);
+    QSettings settings(
+        home.filePath(QStringLiteral("Velm/velm-server.conf")), QSettings::IniFormat);
     const uint port = settings.value(QStringLiteral("lastUsedPort")).toUInt();
     QVERIFY2(port >= 49152 && port <= 65535, qPrintable(QString::number(port)));
 }

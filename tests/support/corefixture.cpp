@@ -30,7 +30,8 @@ bool CoreFixture::start()
         return false;
     // Handlers register on the next turn of the event loop.
     QTest::qWait(0);
-    return QTest::qWaitFor([this] { return core->server->handler(L::unsupported) != nullptr; }, 5000);
+    return QTest::qWaitFor(
+        [this] { return core->server->handler(L::unsupported) != nullptr; }, 5000);
 }
 
 ProtocolClient *CoreFixture::connectClient(const QString &id)
@@ -48,13 +49,14 @@ ProtocolClient *CoreFixture::connectStranger(const QString &id)
     auto *client = new ProtocolClient(id);
     clients.append(client);
     client->open(core->server->serverPort());
-    if (!QTest::qWaitFor([client] { return !client->framesWith(L::waitingForAuth).isEmpty(); }, 5000))
+    if (!QTest::qWaitFor(
+            [client] { return !client->framesWith(L::waitingForAuth).isEmpty(); }, 5000))
         return nullptr;
     return client;
 }
 
-std::optional<Frame> CoreFixture::request(ProtocolClient *client, const QJsonObject &message,
-                                          const QString &replyCode)
+std::optional<Frame> CoreFixture::request(
+    ProtocolClient *client, const QJsonObject &message, const QString &replyCode)
 {
     const int before = client->framesWith(replyCode).size();
     client->send(message);
@@ -66,5 +68,6 @@ std::optional<Frame> CoreFixture::request(ProtocolClient *client, const QJsonObj
 bool CoreFixture::requestAndSettle(ProtocolClient *client, const QJsonObject &message)
 {
     client->send(message);
-    return request(client, QJsonObject { { L::method, L::unsupported } }, L::unsupported).has_value();
+    return request(client, QJsonObject { { L::method, L::unsupported } }, L::unsupported)
+        .has_value();
 }

@@ -25,8 +25,8 @@ public:
     // A new device, waiting for the user's approval.
     ProtocolClient *connectStranger(const QString &id);
     // Sends a request and waits for the first reply with that code; null on time-out.
-    std::optional<Frame> request(ProtocolClient *client, const QJsonObject &message,
-                                 const QString &replyCode);
+    std::optional<Frame> request(
+        ProtocolClient *client, const QJsonObject &message, const QString &replyCode);
     // Sends a request, then a marker request whose answer proves the first was dealt with.
     bool requestAndSettle(ProtocolClient *client, const QJsonObject &message);
 

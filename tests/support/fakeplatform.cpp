@@ -8,14 +8,12 @@ FakeApp::FakeApp(const QString &id, const QString &name)
 
 void FakeApp::setCurrent(bool current)
 {
-    calls << QStringLiteral("setCurrent(%1)").arg(current ? QStringLiteral("true") : QStringLiteral("false"));
+    calls << QStringLiteral("setCurrent(%1)")
+                 .arg(current ? QStringLiteral("true") : QStringLiteral("false"));
     App::setCurrent(current);
 }
 
-void FakeApp::scroll(int x, int y)
-{
-    calls << QStringLiteral("scroll(%1,%2)").arg(x).arg(y);
-}
+void FakeApp::scroll(int x, int y) { calls << QStringLiteral("scroll(%1,%2)").arg(x).arg(y); }
 
 void FakeApp::performKeySequence(const QString &keys)
 {
@@ -40,8 +38,7 @@ void FakeApp::setFocusValue(const QString &value)
 
 FakePlatform::FakePlatform(QObject *parent)
     : Platform(parent)
-{
-}
+{ }
 
 FakeApp *FakePlatform::addApp(const QString &id, const QString &name, qint64 lastRun)
 {
@@ -76,12 +73,14 @@ void FakePlatform::init()
 
 void FakePlatform::setActive(bool active)
 {
-    calls << QStringLiteral("setActive(%1)").arg(active ? QStringLiteral("true") : QStringLiteral("false"));
+    calls << QStringLiteral("setActive(%1)")
+                 .arg(active ? QStringLiteral("true") : QStringLiteral("false"));
 }
 
 void FakePlatform::setAutostart(bool enabled)
 {
-    calls << QStringLiteral("setAutostart(%1)").arg(enabled ? QStringLiteral("true") : QStringLiteral("false"));
+    calls << QStringLiteral("setAutostart(%1)")
+                 .arg(enabled ? QStringLiteral("true") : QStringLiteral("false"));
 }
 
 QPixmap FakePlatform::previewForFile(const QString &path, int width, int height)
@@ -118,12 +117,10 @@ void FakePlatform::setBrightness(int value)
     calls << QStringLiteral("setBrightness(%1)").arg(value);
 }
 
-void FakePlatform::setVolume(int value)
-{
-    calls << QStringLiteral("setVolume(%1)").arg(value);
-}
+void FakePlatform::setVolume(int value) { calls << QStringLiteral("setVolume(%1)").arg(value); }
 
 void FakePlatform::setVolumeMute(bool value)
 {
-    calls << QStringLiteral("setVolumeMute(%1)").arg(value ? QStringLiteral("true") : QStringLiteral("false"));
+    calls << QStringLiteral("setVolumeMute(%1)")
+                 .arg(value ? QStringLiteral("true") : QStringLiteral("false"));
 }
