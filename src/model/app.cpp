@@ -1,9 +1,16 @@
 #include "app.h"
 
+#include "http.h"
+#include "httputils.h"
 #include "l.h"
 #include "server.h"
+#include "website.h"
 
 #include <QDateTime>
+#include <QJsonDocument>
+#include <QLoggingCategory>
+#include <QRegularExpression>
+#include <QUrlQuery>
 #include <QJsonObject>
 #include <QMetaEnum>
 #include <QSettings>
@@ -21,8 +28,19 @@ QVector<App *> &pendingSaves()
 }
 
 Server *broadcastServer = nullptr;
+const QMap<QString, Website *> *siteTable = nullptr;
+
+const QString queryItem = QStringLiteral("q");
+
+QUrl commandsUrl(const QString &query)
+{
+    return QUrl(QString::fromUtf8(HttpUtils::wsBase()) + QStringLiteral("/app?q=") + query.toLower(),
+                QUrl::TolerantMode);
+}
 
 } // namespace
+
+Q_LOGGING_CATEGORY(lcModel, "velm.model")
 
 App::App(const QString &id, QObject *parent)
     : QObject(parent)
@@ -101,4 +119,59 @@ void App::setCurrent(bool current)
         siteHost.clear();
         focusValue.clear();
     }
+}
+
+void App::setWebsites(const QMap<QString, Website *> *websites)
+{
+    siteTable = websites;
+}
+
+void App::loadCommands()
+{
+    if (commandsAreLoaded)
+        return;
+    if (HttpUtils::wsBase().isEmpty()) {
+        // No web service configured: nothing is sent anywhere.
+        qCWarning(lcModel) << "Cannot load commands" << id;
+        return;
+    }
+    HttpReply *reply = HttpUtils::cached().get(commandsUrl(id));
+    connect(reply, &HttpReply::finished, this, &App::parseCommands);
+}
+
+void App::parseCommands(const HttpReply &reply)
+{
+    if (reply.isSuccessful()) {
+        commands = reply.body();
+        commandsAreLoaded = true;
+        const QJsonValue isBrowser
+            = QJsonDocument::fromJson(commands).object().value(QStringLiteral("b"));
+        setBrowser(isBrowser.isBool() && isBrowser.toBool());
+        emit commandsLoaded(commands);
+        return;
+    }
+    qCWarning(lcModel) << "Cannot load commands" << id;
+    // Ids such as "Foo.app.helper" are tried once more as "Foo.app".
+    const QString asked = QUrlQuery(reply.url()).queryItemValue(queryItem, QUrl::FullyDecoded);
+    if (asked != id.toLower())
+        return;
+    static const QRegularExpression bundle(QStringLiteral("^(.+\\.app)\\.[^\\.]+$"));
+    const QRegularExpressionMatch match = bundle.match(id);
+    if (!match.hasMatch())
+        return;
+    HttpReply *retry = HttpUtils::cached().get(commandsUrl(match.captured(1)));
+    connect(retry, &HttpReply::finished, this, &App::parseCommands);
+}
+
+void App::onBrowserUrlChanged(const QString &url)
+{
+    const QString host = QUrl(url).host(QUrl::FullyDecoded);
+    if (host == siteHost)
+        return;
+    siteHost = host;
+    Website *site = siteTable ? siteTable->value(host) : nullptr;
+    QJsonObject message = site ? site->json : QJsonObject();
+    message.insert(L::id, id);
+    if (broadcastServer)
+        broadcastServer->broadcastMessage(L::siteCommands, std::move(message));
 }

@@ -10,7 +10,9 @@
 
 #include <vector>
 
+class HttpReply;
 class Server;
+class Website;
 
 // One application known to the system: installed, possibly running, possibly in front. The
 // platform creates, owns and deletes every App; a backend subclass implements the operations.
@@ -36,6 +38,13 @@ public:
     // The server that focus changes are broadcast through; set once it runs.
     static void setServer(Server *server);
     static Server *getServer();
+    // The site documents by host name, kept by the coordinator.
+    static void setWebsites(const QMap<QString, Website *> *websites);
+
+    // Fetches the command set from the web service unless it is already here.
+    void loadCommands();
+    // The browser's page changed: pushes the site's commands ("sc") when the host changes.
+    void onBrowserUrlChanged(const QString &url);
 
     // Records a change of the running state and its time; the times are saved in batches.
     void setRunning(bool running);
@@ -55,7 +64,9 @@ public:
     QString name;
     QIcon icon;
     bool current = false;
+    // The command set's JSON text as received, and whether one has arrived.
     QByteArray commands;
+    bool commandsAreLoaded = false;
     QString siteHost;
     bool running = false;
     qint64 lastRun = 0;
@@ -63,11 +74,13 @@ public:
     QString focusValue;
 
 signals:
+    void commandsLoaded(const QByteArray &json);
     void focusRoleAsync(App::ElementRole role, const QString &name, const QString &value,
         const QVariantMap &properties);
     void webCommandsChanged(const QString &commands);
 
 public slots:
+    void parseCommands(const HttpReply &reply);
     virtual void setBrowser(bool browser);
     virtual void setCurrent(bool current);
     virtual void launch() = 0;

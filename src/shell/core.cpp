@@ -4,7 +4,10 @@
 #include "appcontrolhandlers.h"
 #include "applisthandlers.h"
 #include "authenticationhandler.h"
+#include "commandhandlers.h"
 #include "filehandlers.h"
+#include "http.h"
+#include "httputils.h"
 #include "idle.h"
 #include "l.h"
 #include "menufocushandlers.h"
@@ -12,7 +15,10 @@
 #include "platformfactory.h"
 #include "server.h"
 #include "systemhandlers.h"
+#include "website.h"
 
+#include <QJsonArray>
+#include <QJsonDocument>
 #include <QJsonObject>
 #include <QLoggingCategory>
 #include <QSettings>
@@ -44,6 +50,7 @@ Core::Core(Platform *platform, QObject *parent)
     , platform(platform)
 {
     theInstance = this;
+    App::setWebsites(&websites);
     platform->setParent(this);
     connect(platform, &Platform::ready, this, &Core::onPlatformReady);
 }
@@ -51,11 +58,53 @@ Core::Core(Platform *platform, QObject *parent)
 Core::~Core()
 {
     App::setServer(nullptr);
+    App::setWebsites(nullptr);
     if (theInstance == this)
         theInstance = nullptr;
 }
 
-void Core::start() { platform->init(); }
+void Core::start()
+{
+    if (websites.isEmpty())
+        loadWebsites();
+    platform->init();
+}
+
+void Core::loadWebsites()
+{
+    qDeleteAll(websites);
+    websites.clear();
+    const QByteArray base = HttpUtils::wsBase();
+    if (base.isEmpty()) {
+        // No web service configured: nothing is sent anywhere.
+        qCWarning(lcCore) << "Cannot load websites";
+        return;
+    }
+    HttpReply *catalogue
+        = HttpUtils::cached().get(QUrl(QString::fromUtf8(base + "/web/index.json")));
+    connect(catalogue, &HttpReply::finished, this, [this, base](const HttpReply &reply) {
+        if (!reply.isSuccessful()) {
+            qCWarning(lcCore) << "Cannot load websites";
+            return;
+        }
+        const QJsonArray sites = QJsonDocument::fromJson(reply.body())
+                                     .object()
+                                     .value(QStringLiteral("i"))
+                                     .toArray();
+        for (const QJsonValue &entry : sites) {
+            const QString host = entry.toObject().value(QStringLiteral("d")).toString();
+            if (host.isEmpty())
+                continue;
+            HttpReply *document = HttpUtils::cached().get(QUrl(
+                QString::fromUtf8(base) + QStringLiteral("/web/") + host + QStringLiteral(".json")));
+            connect(document, &HttpReply::finished, this, [this, host](const HttpReply &site) {
+                if (site.isSuccessful())
+                    websites.insert(host,
+                                    new Website(QJsonDocument::fromJson(site.body()).object(), this));
+            });
+        }
+    });
+}
 
 void Core::onPlatformReady()
 {
@@ -88,6 +137,8 @@ void Core::startServer()
     new AppScrollHandler(server, L::appScroll);
     new KeySequenceHandler(server, L::keySequence);
     new AppIconHandler(server, L::appIcon);
+    new CommandsHandler(server, L::appCommands);
+    new CommandIconHandler(server, L::commandIcon);
     new MenuHandler(server, L::appMenu);
     new MenuPerformHandler(server, L::performMenu);
     new FocusValueHandler(server, L::focusValue);
@@ -173,9 +224,12 @@ void Core::onClientTotalChanged(int count)
     if (count > 1)
         return;
     if (getPreventSleep()) {
-        if (count == 1)
+        if (count == 1) {
             Idle::preventDisplaySleep(sleepReason);
-        else
+            // The only retry of a failed catalogue load, and only with this setting on.
+            if (websites.isEmpty())
+                loadWebsites();
+        } else
             Idle::allowDisplaySleep();
     }
     platform->setActive(count != 0);

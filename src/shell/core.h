@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QHash>
+#include <QMap>
 #include <QObject>
 #include <QString>
 #include <QVector>
@@ -10,6 +11,7 @@
 class App;
 class Platform;
 class Server;
+class Website;
 
 // The process-wide coordinator: owns the platform and, once the platform is ready, the server
 // with its handlers; keeps the applications in the order clients see; ties the number of
@@ -29,7 +31,10 @@ public:
 
     // The installed applications, most recently run first while a client is connected.
     QVector<App *> &getSortedApps();
+    // Fetches the website catalogue and every site document into `websites`.
+    void loadWebsites();
 
+    QMap<QString, Website *> websites;
     Platform *platform = nullptr;
     Server *server = nullptr;
 
