@@ -46,7 +46,10 @@ QByteArray LocalCache::hash(const QByteArray &s)
 {
     const QByteArray digest = QCryptographicHash::hash(s, QCryptographicHash::Sha1);
     const qint64 number = qFromLittleEndian<qint64>(digest.constData());
-    const QByteArray text = QByteArray::number(number, 36);
+    // QByteArray::number treats other bases than 10 as unsigned; the sign must stay.
+    const quint64 magnitude = number < 0 ? 0 - quint64(number) : quint64(number);
+    const QByteArray text = (number < 0 ? QByteArray("-") : QByteArray())
+                            + QByteArray::number(magnitude, 36);
     return text.left(1) + '/' + text.mid(1, 1) + '/' + text.mid(2);
 }
 
@@ -117,14 +120,17 @@ void LocalCache::expire()
         walk.next();
         const QFileInfo info = walk.fileInfo();
         entries.insert(creationTime(info), info.filePath());
-        total += info.size();
+        // Only files count: a directory's own size is file-system bookkeeping (4 KiB each on
+        // ext4), which would otherwise make many small entries look far too big.
+        if (info.isFile())
+            total += info.size();
         QCoreApplication::processEvents();
     }
     const qint64 goal = maxSize * 9 / 10;
     if (!entries.isEmpty() && total >= goal) {
         for (auto entry = entries.constBegin(); entry != entries.constEnd() && total >= goal; ++entry) {
             const QFileInfo info(entry.value());
-            const qint64 bytes = info.size();
+            const qint64 bytes = info.isFile() ? info.size() : 0;
             if (info.isDir() ? QDir().rmdir(entry.value()) : QFile::remove(entry.value()))
                 total -= bytes;
             QCoreApplication::processEvents();
