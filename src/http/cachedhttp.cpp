@@ -7,23 +7,16 @@
 CachedHttp::CachedHttp(Http &http, const char *name)
     : http(http)
     , cache(LocalCache::instance(name))
-{
-}
+{ }
 
-void CachedHttp::setMaxSeconds(uint seconds)
-{
-    cache->setMaxSeconds(seconds);
-}
+void CachedHttp::setMaxSeconds(uint seconds) { cache->setMaxSeconds(seconds); }
 
-void CachedHttp::setMaxSize(uint bytes)
-{
-    cache->setMaxSize(bytes);
-}
+void CachedHttp::setMaxSize(uint bytes) { cache->setMaxSize(bytes); }
 
 HttpReply *CachedHttp::request(const HttpRequest &req)
 {
     const bool cacheable = req.operation == QNetworkAccessManager::GetOperation
-                           || (cachePostRequests && req.operation == QNetworkAccessManager::PostOperation);
+        || (cachePostRequests && req.operation == QNetworkAccessManager::PostOperation);
     if (!cacheable)
         return http.request(req);
     const QByteArray key = requestHash(req);
@@ -40,7 +33,7 @@ QByteArray CachedHttp::requestHash(const HttpRequest &req) const
     QByteArray text;
     if (ignoreHostname) {
         text = req.url.scheme().toUtf8() + '|' + req.url.path(QUrl::FullyDecoded).toUtf8() + '|'
-               + req.url.query().toUtf8();
+            + req.url.query().toUtf8();
     } else {
         text = req.url.toEncoded(QUrl::FullyEncoded);
     }
@@ -50,8 +43,8 @@ QByteArray CachedHttp::requestHash(const HttpRequest &req) const
     return LocalCache::hash(text);
 }
 
-WrappedHttpReply::WrappedHttpReply(CachedHttp &cachedHttp, LocalCache *cache, const QByteArray &key,
-                                   HttpReply *httpReply)
+WrappedHttpReply::WrappedHttpReply(
+    CachedHttp &cachedHttp, LocalCache *cache, const QByteArray &key, HttpReply *httpReply)
     : HttpReply(httpReply)
     , cachedHttp(cachedHttp)
     , cache(cache)
@@ -61,20 +54,11 @@ WrappedHttpReply::WrappedHttpReply(CachedHttp &cachedHttp, LocalCache *cache, co
     connect(httpReply, &HttpReply::finished, this, &WrappedHttpReply::originFinished);
 }
 
-QUrl WrappedHttpReply::url() const
-{
-    return httpReply->url();
-}
+QUrl WrappedHttpReply::url() const { return httpReply->url(); }
 
-int WrappedHttpReply::statusCode() const
-{
-    return httpReply->statusCode();
-}
+int WrappedHttpReply::statusCode() const { return httpReply->statusCode(); }
 
-QByteArray WrappedHttpReply::body() const
-{
-    return httpReply->body();
-}
+QByteArray WrappedHttpReply::body() const { return httpReply->body(); }
 
 void WrappedHttpReply::originFinished(const HttpReply &reply)
 {
@@ -114,20 +98,11 @@ CachedHttpReply::CachedHttpReply(const QByteArray &body, const QUrl &url, bool a
         QTimer::singleShot(0, this, &CachedHttpReply::emitSignals);
 }
 
-QUrl CachedHttpReply::url() const
-{
-    return requestUrl;
-}
+QUrl CachedHttpReply::url() const { return requestUrl; }
 
-int CachedHttpReply::statusCode() const
-{
-    return 200;
-}
+int CachedHttpReply::statusCode() const { return 200; }
 
-QByteArray CachedHttpReply::body() const
-{
-    return bytes;
-}
+QByteArray CachedHttpReply::body() const { return bytes; }
 
 void CachedHttpReply::emitSignals()
 {

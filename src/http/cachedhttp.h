@@ -34,8 +34,8 @@ class WrappedHttpReply : public HttpReply
 {
     Q_OBJECT
 public:
-    WrappedHttpReply(CachedHttp &cachedHttp, LocalCache *cache, const QByteArray &key,
-                     HttpReply *httpReply);
+    WrappedHttpReply(
+        CachedHttp &cachedHttp, LocalCache *cache, const QByteArray &key, HttpReply *httpReply);
 
     QUrl url() const override;
     int statusCode() const override;

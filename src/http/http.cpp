@@ -26,23 +26,13 @@ QNetworkAccessManager *threadNetworkAccessManager()
 
 HttpReply::HttpReply(QObject *parent)
     : QObject(parent)
-{
-}
+{ }
 
-QString HttpReply::reasonPhrase() const
-{
-    return QString();
-}
+QString HttpReply::reasonPhrase() const { return QString(); }
 
-QList<QNetworkReply::RawHeaderPair> HttpReply::headers() const
-{
-    return {};
-}
+QList<QNetworkReply::RawHeaderPair> HttpReply::headers() const { return {}; }
 
-QByteArray HttpReply::header(const QByteArray &) const
-{
-    return QByteArray();
-}
+QByteArray HttpReply::header(const QByteArray &) const { return QByteArray(); }
 
 bool HttpReply::isSuccessful() const
 {
@@ -53,8 +43,7 @@ bool HttpReply::isSuccessful() const
 Http::Http()
     : requestHeaders(getDefaultRequestHeaders())
     , readTimeout(defaultReadTimeout)
-{
-}
+{ }
 
 Http::~Http() = default;
 
@@ -67,44 +56,29 @@ Http &Http::instance()
 const QMap<QByteArray, QByteArray> &Http::getDefaultRequestHeaders()
 {
     static const QMap<QByteArray, QByteArray> headers { { "Accept-Charset", "utf-8" },
-                                                        { "Connection", "Keep-Alive" } };
+        { "Connection", "Keep-Alive" } };
     return headers;
 }
 
-void Http::setDefaultReadTimeout(int milliseconds)
-{
-    defaultReadTimeout = milliseconds;
-}
+void Http::setDefaultReadTimeout(int milliseconds) { defaultReadTimeout = milliseconds; }
 
 void Http::setRequestHeaders(const QMap<QByteArray, QByteArray> &headers)
 {
     requestHeaders = headers;
 }
 
-QMap<QByteArray, QByteArray> &Http::getRequestHeaders()
-{
-    return requestHeaders;
-}
+QMap<QByteArray, QByteArray> &Http::getRequestHeaders() { return requestHeaders; }
 
 void Http::addRequestHeader(const QByteArray &name, const QByteArray &value)
 {
     requestHeaders.insert(name, value);
 }
 
-void Http::setReadTimeout(int milliseconds)
-{
-    readTimeout = milliseconds;
-}
+void Http::setReadTimeout(int milliseconds) { readTimeout = milliseconds; }
 
-int Http::getMaxRetries() const
-{
-    return maxRetries;
-}
+int Http::getMaxRetries() const { return maxRetries; }
 
-void Http::setMaxRetries(int value)
-{
-    maxRetries = value;
-}
+void Http::setMaxRetries(int value) { maxRetries = value; }
 
 QNetworkReply *Http::networkReply(const HttpRequest &req)
 {
@@ -134,13 +108,10 @@ QNetworkReply *Http::networkReply(const HttpRequest &req)
     }
 }
 
-HttpReply *Http::request(const HttpRequest &req)
-{
-    return new NetworkHttpReply(req, *this);
-}
+HttpReply *Http::request(const HttpRequest &req) { return new NetworkHttpReply(req, *this); }
 
 HttpReply *Http::request(const QUrl &url, QNetworkAccessManager::Operation operation,
-                         const QByteArray &body, uint offset)
+    const QByteArray &body, uint offset)
 {
     HttpRequest req;
     req.url = url;
@@ -150,10 +121,7 @@ HttpReply *Http::request(const QUrl &url, QNetworkAccessManager::Operation opera
     return request(req);
 }
 
-HttpReply *Http::get(const QUrl &url)
-{
-    return request(url, QNetworkAccessManager::GetOperation);
-}
+HttpReply *Http::get(const QUrl &url) { return request(url, QNetworkAccessManager::GetOperation); }
 
 HttpReply *Http::head(const QUrl &url)
 {
@@ -191,7 +159,7 @@ HttpReply *Http::post(const QUrl &url, const QByteArray &body, const QByteArray 
     req.body = body;
     req.headers = requestHeaders;
     req.headers.insert("Content-Type",
-                       contentType.isEmpty() ? QByteArray("application/x-www-form-urlencoded") : contentType);
+        contentType.isEmpty() ? QByteArray("application/x-www-form-urlencoded") : contentType);
     return request(req);
 }
 
@@ -203,7 +171,7 @@ HttpReply *Http::put(const QUrl &url, const QByteArray &body, const QByteArray &
     req.body = body;
     req.headers = requestHeaders;
     req.headers.insert("Content-Type",
-                       contentType.isEmpty() ? QByteArray("application/x-www-form-urlencoded") : contentType);
+        contentType.isEmpty() ? QByteArray("application/x-www-form-urlencoded") : contentType);
     return request(req);
 }
 
@@ -237,7 +205,8 @@ void NetworkHttpReply::setupReply()
 {
     connect(networkReply, &QNetworkReply::errorOccurred, this, &NetworkHttpReply::replyError);
     connect(networkReply, &QNetworkReply::finished, this, &NetworkHttpReply::replyFinished);
-    connect(networkReply, &QNetworkReply::downloadProgress, this, &NetworkHttpReply::downloadProgress);
+    connect(
+        networkReply, &QNetworkReply::downloadProgress, this, &NetworkHttpReply::downloadProgress);
 }
 
 void NetworkHttpReply::startAttempt()
@@ -255,20 +224,19 @@ void NetworkHttpReply::startAttempt()
     setupReply();
 }
 
-QUrl NetworkHttpReply::url() const
-{
-    return networkReply ? networkReply->url() : req.url;
-}
+QUrl NetworkHttpReply::url() const { return networkReply ? networkReply->url() : req.url; }
 
 int NetworkHttpReply::statusCode() const
 {
-    return networkReply ? networkReply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt() : 0;
+    return networkReply ? networkReply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt()
+                        : 0;
 }
 
 QString NetworkHttpReply::reasonPhrase() const
 {
-    return networkReply ? networkReply->attribute(QNetworkRequest::HttpReasonPhraseAttribute).toString()
-                        : QString();
+    return networkReply
+        ? networkReply->attribute(QNetworkRequest::HttpReasonPhraseAttribute).toString()
+        : QString();
 }
 
 QList<QNetworkReply::RawHeaderPair> NetworkHttpReply::headers() const
@@ -281,10 +249,7 @@ QByteArray NetworkHttpReply::header(const QByteArray &name) const
     return networkReply ? networkReply->rawHeader(name) : QByteArray();
 }
 
-QByteArray NetworkHttpReply::body() const
-{
-    return bytes;
-}
+QByteArray NetworkHttpReply::body() const { return bytes; }
 
 void NetworkHttpReply::replyFinished()
 {
@@ -303,7 +268,7 @@ void NetworkHttpReply::replyError(QNetworkReply::NetworkError)
     const int status = statusCode();
     const int operation = networkReply->operation();
     const bool idempotent = operation == QNetworkAccessManager::GetOperation
-                            || operation == QNetworkAccessManager::HeadOperation;
+        || operation == QNetworkAccessManager::HeadOperation;
     if (retryCount <= http.getMaxRetries() && status >= 500 && status <= 599 && idempotent) {
         QNetworkReply *old = networkReply;
         old->disconnect(this);
@@ -325,7 +290,8 @@ void NetworkHttpReply::downloadProgress(qint64 bytesReceived, qint64)
     // The time-out bounds the wait for the first bytes only, never the whole transfer.
     if (readTimeoutTimer->isActive()) {
         readTimeoutTimer->stop();
-        disconnect(networkReply, &QNetworkReply::downloadProgress, this, &NetworkHttpReply::downloadProgress);
+        disconnect(networkReply, &QNetworkReply::downloadProgress, this,
+            &NetworkHttpReply::downloadProgress);
     }
 }
 
@@ -336,8 +302,8 @@ void NetworkHttpReply::readTimeout()
     const int operation = networkReply->operation();
     // Strictly fewer than maxRetries, unlike the <= of a 5xx answer: the two differ on purpose.
     const bool retry = (operation == QNetworkAccessManager::GetOperation
-                        || operation == QNetworkAccessManager::HeadOperation)
-                       && retryCount < http.getMaxRetries();
+                           || operation == QNetworkAccessManager::HeadOperation)
+        && retryCount < http.getMaxRetries();
     QNetworkReply *old = networkReply;
     old->disconnect(this);
     old->abort();
@@ -366,5 +332,5 @@ void NetworkHttpReply::emitError()
 QString NetworkHttpReply::errorMessage() const
 {
     return url().toString() + QLatin1Char(' ') + QString::number(statusCode()) + QLatin1Char(' ')
-           + reasonPhrase();
+        + reasonPhrase();
 }

@@ -70,8 +70,8 @@ public:
     QNetworkReply *networkReply(const HttpRequest &req);
     virtual HttpReply *request(const HttpRequest &req);
     HttpReply *request(const QUrl &url,
-                       QNetworkAccessManager::Operation operation = QNetworkAccessManager::GetOperation,
-                       const QByteArray &body = QByteArray(), uint offset = 0);
+        QNetworkAccessManager::Operation operation = QNetworkAccessManager::GetOperation,
+        const QByteArray &body = QByteArray(), uint offset = 0);
     HttpReply *get(const QUrl &url);
     HttpReply *head(const QUrl &url);
     HttpReply *deleteResource(const QUrl &url);

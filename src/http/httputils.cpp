@@ -14,10 +14,7 @@
 namespace {
 const char cacheName[] = "http";
 
-void configure(Http &http)
-{
-    http.addRequestHeader("User-Agent", HttpUtils::userAgent());
-}
+void configure(Http &http) { http.addRequestHeader("User-Agent", HttpUtils::userAgent()); }
 } // namespace
 
 namespace HttpUtils {
@@ -42,10 +39,7 @@ Http &cached()
     return *http;
 }
 
-void clearCaches()
-{
-    LocalCache::instance(cacheName)->clear();
-}
+void clearCaches() { LocalCache::instance(cacheName)->clear(); }
 
 QByteArray wsBase()
 {
@@ -64,9 +58,10 @@ QByteArray wsBase()
 
 const QByteArray &userAgent()
 {
-    static const QByteArray text = (QString(Constants::NAME) + QLatin1Char('/') + QString(Constants::VERSION)
-                                    + QStringLiteral(" ( ") + QString(Constants::WEBSITE) + QStringLiteral(" )"))
-                                       .toUtf8();
+    static const QByteArray text
+        = (QString(Constants::NAME) + QLatin1Char('/') + QString(Constants::VERSION)
+            + QStringLiteral(" ( ") + QString(Constants::WEBSITE) + QStringLiteral(" )"))
+              .toUtf8();
     return text;
 }
 

@@ -38,9 +38,8 @@ LocalCache *LocalCache::instance(const char *name)
 LocalCache::LocalCache(const QByteArray &name)
     : name(name)
     , directory(QStandardPaths::writableLocation(QStandardPaths::CacheLocation) + QLatin1Char('/')
-                + QString::fromUtf8(name) + QLatin1Char('/'))
-{
-}
+          + QString::fromUtf8(name) + QLatin1Char('/'))
+{ }
 
 QByteArray LocalCache::hash(const QByteArray &s)
 {
@@ -48,8 +47,8 @@ QByteArray LocalCache::hash(const QByteArray &s)
     const qint64 number = qFromLittleEndian<qint64>(digest.constData());
     // QByteArray::number treats other bases than 10 as unsigned; the sign must stay.
     const quint64 magnitude = number < 0 ? 0 - quint64(number) : quint64(number);
-    const QByteArray text = (number < 0 ? QByteArray("-") : QByteArray())
-                            + QByteArray::number(magnitude, 36);
+    const QByteArray text
+        = (number < 0 ? QByteArray("-") : QByteArray()) + QByteArray::number(magnitude, 36);
     return text.left(1) + '/' + text.mid(1, 1) + '/' + text.mid(2);
 }
 
@@ -115,7 +114,7 @@ void LocalCache::expire()
     QMultiMap<QDateTime, QString> entries;
     qint64 total = 0;
     QDirIterator walk(directory, QDir::Files | QDir::AllDirs | QDir::NoDotAndDotDot | QDir::Hidden,
-                      QDirIterator::Subdirectories);
+        QDirIterator::Subdirectories);
     while (walk.hasNext()) {
         walk.next();
         const QFileInfo info = walk.fileInfo();
@@ -128,7 +127,8 @@ void LocalCache::expire()
     }
     const qint64 goal = maxSize * 9 / 10;
     if (!entries.isEmpty() && total >= goal) {
-        for (auto entry = entries.constBegin(); entry != entries.constEnd() && total >= goal; ++entry) {
+        for (auto entry = entries.constBegin(); entry != entries.constEnd() && total >= goal;
+             ++entry) {
             const QFileInfo info(entry.value());
             const qint64 bytes = info.isFile() ? info.size() : 0;
             if (info.isDir() ? QDir().rmdir(entry.value()) : QFile::remove(entry.value()))

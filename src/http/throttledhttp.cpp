@@ -13,8 +13,8 @@ HttpReply *ThrottledHttp::request(const HttpRequest &req)
     return new ThrottledHttpReply(http, req, milliseconds, elapsedTimer);
 }
 
-ThrottledHttpReply::ThrottledHttpReply(Http &http, const HttpRequest &req, int milliseconds,
-                                       QElapsedTimer &elapsedTimer)
+ThrottledHttpReply::ThrottledHttpReply(
+    Http &http, const HttpRequest &req, int milliseconds, QElapsedTimer &elapsedTimer)
     : http(http)
     , req(req)
     , milliseconds(milliseconds)
@@ -23,20 +23,11 @@ ThrottledHttpReply::ThrottledHttpReply(Http &http, const HttpRequest &req, int m
     checkElapsed();
 }
 
-QUrl ThrottledHttpReply::url() const
-{
-    return inner ? inner->url() : req.url;
-}
+QUrl ThrottledHttpReply::url() const { return inner ? inner->url() : req.url; }
 
-int ThrottledHttpReply::statusCode() const
-{
-    return inner ? inner->statusCode() : 0;
-}
+int ThrottledHttpReply::statusCode() const { return inner ? inner->statusCode() : 0; }
 
-QByteArray ThrottledHttpReply::body() const
-{
-    return inner ? inner->body() : QByteArray();
-}
+QByteArray ThrottledHttpReply::body() const { return inner ? inner->body() : QByteArray(); }
 
 void ThrottledHttpReply::checkElapsed()
 {

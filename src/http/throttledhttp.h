@@ -24,8 +24,8 @@ class ThrottledHttpReply : public HttpReply
 {
     Q_OBJECT
 public:
-    ThrottledHttpReply(Http &http, const HttpRequest &req, int milliseconds,
-                       QElapsedTimer &elapsedTimer);
+    ThrottledHttpReply(
+        Http &http, const HttpRequest &req, int milliseconds, QElapsedTimer &elapsedTimer);
 
     QUrl url() const override;
     int statusCode() const override;

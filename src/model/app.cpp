@@ -8,12 +8,12 @@
 
 #include <QDateTime>
 #include <QJsonDocument>
-#include <QLoggingCategory>
-#include <QRegularExpression>
-#include <QUrlQuery>
 #include <QJsonObject>
+#include <QLoggingCategory>
 #include <QMetaEnum>
+#include <QRegularExpression>
 #include <QSettings>
+#include <QUrlQuery>
 
 namespace {
 
@@ -34,8 +34,9 @@ const QString queryItem = QStringLiteral("q");
 
 QUrl commandsUrl(const QString &query)
 {
-    return QUrl(QString::fromUtf8(HttpUtils::wsBase()) + QStringLiteral("/app?q=") + query.toLower(),
-                QUrl::TolerantMode);
+    return QUrl(
+        QString::fromUtf8(HttpUtils::wsBase()) + QStringLiteral("/app?q=") + query.toLower(),
+        QUrl::TolerantMode);
 }
 
 } // namespace
@@ -121,10 +122,7 @@ void App::setCurrent(bool current)
     }
 }
 
-void App::setWebsites(const QMap<QString, Website *> *websites)
-{
-    siteTable = websites;
-}
+void App::setWebsites(const QMap<QString, Website *> *websites) { siteTable = websites; }
 
 void App::loadCommands()
 {

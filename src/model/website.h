@@ -11,8 +11,7 @@ public:
     Website(const QJsonObject &json, QObject *parent = nullptr)
         : QObject(parent)
         , json(json)
-    {
-    }
+    { }
 
     const QJsonObject json;
 };

@@ -70,6 +70,19 @@ void Core::start()
     platform->init();
 }
 
+QStringList Core::siteHosts(const QByteArray &catalogue)
+{
+    QStringList hosts;
+    const QJsonArray sites
+        = QJsonDocument::fromJson(catalogue).object().value(QStringLiteral("i")).toArray();
+    for (const QJsonValue &entry : sites) {
+        const QString host = entry.toObject().value(QStringLiteral("d")).toString();
+        if (!host.isEmpty())
+            hosts << host;
+    }
+    return hosts;
+}
+
 void Core::loadWebsites()
 {
     qDeleteAll(websites);
@@ -87,20 +100,14 @@ void Core::loadWebsites()
             qCWarning(lcCore) << "Cannot load websites";
             return;
         }
-        const QJsonArray sites = QJsonDocument::fromJson(reply.body())
-                                     .object()
-                                     .value(QStringLiteral("i"))
-                                     .toArray();
-        for (const QJsonValue &entry : sites) {
-            const QString host = entry.toObject().value(QStringLiteral("d")).toString();
-            if (host.isEmpty())
-                continue;
-            HttpReply *document = HttpUtils::cached().get(QUrl(
-                QString::fromUtf8(base) + QStringLiteral("/web/") + host + QStringLiteral(".json")));
+        const QStringList hosts = siteHosts(reply.body());
+        for (const QString &host : hosts) {
+            HttpReply *document = HttpUtils::cached().get(QUrl(QString::fromUtf8(base)
+                + QStringLiteral("/web/") + host + QStringLiteral(".json")));
             connect(document, &HttpReply::finished, this, [this, host](const HttpReply &site) {
                 if (site.isSuccessful())
-                    websites.insert(host,
-                                    new Website(QJsonDocument::fromJson(site.body()).object(), this));
+                    websites.insert(
+                        host, new Website(QJsonDocument::fromJson(site.body()).object(), this));
             });
         }
     });

@@ -33,6 +33,8 @@ public:
     QVector<App *> &getSortedApps();
     // Fetches the website catalogue and every site document into `websites`.
     void loadWebsites();
+    // The site host names ("d") of a catalogue document, in order, empty ones left out.
+    static QStringList siteHosts(const QByteArray &catalogue);
 
     QMap<QString, Website *> websites;
     Platform *platform = nullptr;

@@ -134,7 +134,8 @@ void TestWebCommands::commandsAnsweredOnceLoaded()
     client->send(req(L::appCommands, { { L::id, QStringLiteral("org.slow") } }));
     QTRY_COMPARE(client->framesWith(L::appCommands).size(), 1);
     const Frame reply = client->framesWith(L::appCommands).at(0);
-    QCOMPARE(reply.object, QJsonObject({ { L::method, L::appCommands }, { L::id, QStringLiteral("org.slow") } }));
+    QCOMPARE(reply.object,
+        QJsonObject({ { L::method, L::appCommands }, { L::id, QStringLiteral("org.slow") } }));
     QCOMPARE(reply.parts.size(), 1);
     QCOMPARE(reply.parts.at(0).first, qint8(Server::Json));
     QCOMPARE(reply.parts.at(0).second, QByteArray("{\"b\":false,\"c\":[1,2]}"));
@@ -147,14 +148,17 @@ void TestWebCommands::laterRequestAnsweredFromMemory()
     f.platform->addApp(QStringLiteral("org.fast"), QStringLiteral("Fast"));
     QVERIFY(f.start());
     ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
-    QVERIFY(f.request(client, req(L::appCommands, { { L::id, QStringLiteral("org.fast") } }), L::appCommands));
+    QVERIFY(f.request(
+        client, req(L::appCommands, { { L::id, QStringLiteral("org.fast") } }), L::appCommands));
     const int requests = fixture.requests.size();
-    const auto second = f.request(client, req(L::appCommands, { { L::id, QStringLiteral("org.fast") } }), L::appCommands);
+    const auto second = f.request(
+        client, req(L::appCommands, { { L::id, QStringLiteral("org.fast") } }), L::appCommands);
     QVERIFY(second);
     QCOMPARE(second->parts.at(0).second, QByteArray("{\"c\":3}"));
     QCOMPARE(fixture.requests.size(), requests);
     // Unknown application: no answer.
-    QVERIFY(f.requestAndSettle(client, req(L::appCommands, { { L::id, QStringLiteral("org.none") } })));
+    QVERIFY(
+        f.requestAndSettle(client, req(L::appCommands, { { L::id, QStringLiteral("org.none") } })));
     QCOMPARE(client->framesWith(L::appCommands).size(), 2);
 }
 
@@ -200,7 +204,8 @@ void TestWebCommands::browserFlagFromCommandSet()
 void TestWebCommands::siteCommandsOncePerHost()
 {
     fixture.script(base + "/web/index.json",
-                   { ok("{\"i\":[{\"n\":\"Example\",\"d\":\"example.org\"},{\"n\":\"Other\",\"d\":\"other.org\"}]}") });
+        { ok("{\"i\":[{\"n\":\"Example\",\"d\":\"example.org\"},{\"n\":\"Other\",\"d\":\"other."
+             "org\"}]}") });
     fixture.script(base + "/web/example.org.json", { ok("{\"i\":\"ignored\",\"c\":[\"find\"]}") });
     fixture.script(base + "/web/other.org.json", { ok("{\"c\":[\"other\"]}") });
     CoreFixture f;
@@ -213,11 +218,10 @@ void TestWebCommands::siteCommandsOncePerHost()
     browser->onBrowserUrlChanged(QStringLiteral("https://other.org/"));
     QTRY_COMPARE(client->framesWith(L::siteCommands).size(), 2);
     QCOMPARE(client->framesWith(L::siteCommands).at(0).object,
-             QJsonObject({ { L::method, L::siteCommands },
-                           { L::id, QStringLiteral("org.browser") },
-                           { QStringLiteral("c"), QJsonArray { QStringLiteral("find") } } }));
+        QJsonObject({ { L::method, L::siteCommands }, { L::id, QStringLiteral("org.browser") },
+            { QStringLiteral("c"), QJsonArray { QStringLiteral("find") } } }));
     QCOMPARE(client->framesWith(L::siteCommands).at(1).object.value(QStringLiteral("c")).toArray(),
-             QJsonArray { QStringLiteral("other") });
+        QJsonArray { QStringLiteral("other") });
     // Leaving the application forgets the site: coming back sends it again.
     browser->setCurrent(false);
     browser->onBrowserUrlChanged(QStringLiteral("https://other.org/"));
@@ -234,14 +238,15 @@ void TestWebCommands::hostWithoutDocumentClearsSite()
     browser->onBrowserUrlChanged(QStringLiteral("https://unknown.example/page"));
     QTRY_COMPARE(client->framesWith(L::siteCommands).size(), 1);
     QCOMPARE(client->framesWith(L::siteCommands).at(0).object,
-             QJsonObject({ { L::method, L::siteCommands }, { L::id, QStringLiteral("org.browser") } }));
+        QJsonObject({ { L::method, L::siteCommands }, { L::id, QStringLiteral("org.browser") } }));
     QCOMPARE(browser->siteHost, QStringLiteral("unknown.example"));
 }
 
 void TestWebCommands::catalogueSkipsEmptyHosts()
 {
     fixture.script(base + "/web/index.json",
-                   { ok("{\"i\":[{\"n\":\"Nothing\",\"d\":\"\"},{\"n\":\"Real\",\"d\":\"real.org\"},{\"n\":\"Gone\",\"d\":\"gone.org\"}]}") });
+        { ok("{\"i\":[{\"n\":\"Nothing\",\"d\":\"\"},{\"n\":\"Real\",\"d\":\"real.org\"},{\"n\":"
+             "\"Gone\",\"d\":\"gone.org\"}]}") });
     fixture.script(base + "/web/real.org.json", { ok("{\"c\":1}") });
     CoreFixture f;
     QVERIFY(f.start());
@@ -282,11 +287,13 @@ void TestWebCommands::iconBytesPassedThrough()
     CoreFixture f;
     QVERIFY(f.start());
     ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
-    const auto reply = f.request(client, req(L::commandIcon, { { L::id, QStringLiteral("find") }, { L::size, 64 } }),
-                                 L::commandIcon);
+    const auto reply = f.request(client,
+        req(L::commandIcon, { { L::id, QStringLiteral("find") }, { L::size, 64 } }),
+        L::commandIcon);
     QVERIFY(reply);
-    QCOMPARE(reply->object, QJsonObject({ { L::method, L::commandIcon }, { L::id, QStringLiteral("find") },
-                                          { L::size, 64 } }));
+    QCOMPARE(reply->object,
+        QJsonObject(
+            { { L::method, L::commandIcon }, { L::id, QStringLiteral("find") }, { L::size, 64 } }));
     QCOMPARE(reply->parts.at(0).first, qint8(Server::Png));
     QCOMPARE(reply->parts.at(0).second, png);
 }
@@ -297,7 +304,8 @@ void TestWebCommands::iconTooSmallOrUnknown()
     QVERIFY(f.start());
     ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
     const int before = fixture.requests.size();
-    QVERIFY(f.requestAndSettle(client, req(L::commandIcon, { { L::id, QStringLiteral("find") }, { L::size, 15 } })));
+    QVERIFY(f.requestAndSettle(
+        client, req(L::commandIcon, { { L::id, QStringLiteral("find") }, { L::size, 15 } })));
     QCOMPARE(fixture.requests.size(), before);
     client->send(req(L::commandIcon, { { L::id, QStringLiteral("nope") }, { L::size, 32 } }));
     QTRY_COMPARE(fixture.count(base + "/icon?i=nope&s=32"), 1);
@@ -318,7 +326,8 @@ void TestWebCommands::noWebServiceMeansNoRequest()
     app->loadCommands();
     QCOMPARE(log.count(QStringLiteral("Cannot load commands")), 1);
     ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
-    QVERIFY(f.requestAndSettle(client, req(L::commandIcon, { { L::id, QStringLiteral("x") }, { L::size, 32 } })));
+    QVERIFY(f.requestAndSettle(
+        client, req(L::commandIcon, { { L::id, QStringLiteral("x") }, { L::size, 32 } })));
     QCOMPARE(fixture.requests.size(), before);
 }
 

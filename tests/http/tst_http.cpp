@@ -142,7 +142,8 @@ void TestHttp::persistent503GivesFiveAttempts()
     watch(http.get(fixture.url("/down")), &outcome);
     QTRY_COMPARE(outcome.finishedCount, 1);
     QCOMPARE(outcome.events, (QStringList { QStringLiteral("error"), QStringLiteral("finished") }));
-    QCOMPARE(outcome.error, fixture.url("/down").toString() + QStringLiteral(" 503 Service Unavailable"));
+    QCOMPARE(outcome.error,
+        fixture.url("/down").toString() + QStringLiteral(" 503 Service Unavailable"));
     QCOMPARE(fixture.count("/down"), 5);
 }
 
@@ -187,8 +188,9 @@ void TestHttp::timeoutWithoutRetriesFinishesTwice()
     Outcome outcome;
     watch(http.get(fixture.url("/late")), &outcome);
     QTRY_COMPARE(outcome.finishedCount, 2);
-    QCOMPARE(outcome.events, (QStringList { QStringLiteral("error"), QStringLiteral("finished"),
-                                            QStringLiteral("finished") }));
+    QCOMPARE(outcome.events,
+        (QStringList {
+            QStringLiteral("error"), QStringLiteral("finished"), QStringLiteral("finished") }));
     QCOMPARE(outcome.error, fixture.url("/late").toString() + QStringLiteral(" 0 "));
     QCOMPARE(fixture.count("/late"), 1);
 }
@@ -236,14 +238,16 @@ void TestHttp::formPostKeepsTrailingAmpersand()
     fixture.script("/form", { ok("posted") });
     Http http;
     Outcome outcome;
-    watch(http.post(fixture.url("/form"), QMap<QString, QString> { { QStringLiteral("a"), QStringLiteral("x y") },
-                                                                    { QStringLiteral("b"), QStringLiteral("1") } }),
-          &outcome);
+    watch(http.post(fixture.url("/form"),
+              QMap<QString, QString> { { QStringLiteral("a"), QStringLiteral("x y") },
+                  { QStringLiteral("b"), QStringLiteral("1") } }),
+        &outcome);
     QTRY_COMPARE(outcome.finishedCount, 1);
     const FixtureRequest request = fixture.requests.last();
     QCOMPARE(request.method, QByteArray("POST"));
     QCOMPARE(request.body, QByteArray("a=x%20y&b=1&"));
-    QCOMPARE(request.headers.value("content-type"), QByteArray("application/x-www-form-urlencoded"));
+    QCOMPARE(
+        request.headers.value("content-type"), QByteArray("application/x-www-form-urlencoded"));
     QCOMPARE(request.headers.value("accept-charset"), QByteArray("utf-8"));
 }
 
@@ -252,7 +256,9 @@ void TestHttp::rangeHeaderForOffset()
     fixture.script("/range", { ok("r") });
     Http http;
     Outcome outcome;
-    watch(http.request(fixture.url("/range"), QNetworkAccessManager::GetOperation, QByteArray(), 1234), &outcome);
+    watch(http.request(
+              fixture.url("/range"), QNetworkAccessManager::GetOperation, QByteArray(), 1234),
+        &outcome);
     QTRY_COMPARE(outcome.finishedCount, 1);
     QCOMPARE(fixture.requests.last().headers.value("range"), QByteArray("bytes=1234-"));
 }
@@ -274,8 +280,10 @@ void TestHttp::unknownOperation()
 
 void TestHttp::hashLayout()
 {
-    for (const char *text : { "", "a", "http://example.org/x|0", "velm", "b", "c", "d", "e", "f" }) {
-        const QByteArray digest = QCryptographicHash::hash(QByteArray(text), QCryptographicHash::Sha1);
+    for (const char *text :
+        { "", "a", "http://example.org/x|0", "velm", "b", "c", "d", "e", "f" }) {
+        const QByteArray digest
+            = QCryptographicHash::hash(QByteArray(text), QCryptographicHash::Sha1);
         const QByteArray number = base36(qFromLittleEndian<qint64>(digest.constData()));
         const QByteArray expected = number.left(1) + '/' + number.mid(1, 1) + '/' + number.mid(2);
         QCOMPARE(LocalCache::hash(QByteArray(text)), expected);
@@ -319,8 +327,8 @@ void TestHttp::offsetAndBodyUseDifferentFiles()
     c.body = "body";
     HttpRequest d = a;
     d.operation = QNetworkAccessManager::PostOperation;
-    const QSet<QByteArray> keys { cached.requestHash(a), cached.requestHash(b), cached.requestHash(c),
-                                  cached.requestHash(d) };
+    const QSet<QByteArray> keys { cached.requestHash(a), cached.requestHash(b),
+        cached.requestHash(c), cached.requestHash(d) };
     QCOMPARE(keys.size(), 4);
     QCOMPARE(cached.requestHash(a), LocalCache::hash(fixture.url("/k").toEncoded() + "||0"));
     QCOMPARE(cached.requestHash(d), LocalCache::hash(fixture.url("/k").toEncoded() + "||0|POST"));
@@ -409,7 +417,9 @@ void TestHttp::expiryTrimsOldestFirst()
     QVERIFY(cache->knownSize() < 9 * 1000);
     int left = 0;
     for (int i = 0; i < 30; ++i)
-        left += cache->possiblyStaleValue(LocalCache::hash("trim" + QByteArray::number(i))).isNull() ? 0 : 1;
+        left += cache->possiblyStaleValue(LocalCache::hash("trim" + QByteArray::number(i))).isNull()
+            ? 0
+            : 1;
     QVERIFY(left > 0 && left < 30);
     // The newest entry survives.
     QVERIFY(!cache->possiblyStaleValue(LocalCache::hash("trim29")).isNull());
@@ -438,7 +448,7 @@ void TestHttp::throttleSpacesRequests()
     QElapsedTimer clock;
     clock.start();
     auto connection = connect(&fixture, &HttpFixture::requestReceived, this,
-                              [&](const FixtureRequest &) { arrivals << clock.elapsed(); });
+        [&](const FixtureRequest &) { arrivals << clock.elapsed(); });
     Http plain;
     ThrottledHttp throttled(plain);
     throttled.setMilliseconds(300);
@@ -450,7 +460,8 @@ void TestHttp::throttleSpacesRequests()
     QCOMPARE(arrivals.size(), 2);
     // Not even the first leaves at once: the object was just made.
     QVERIFY2(arrivals.at(0) >= 250, qPrintable(QString::number(arrivals.at(0))));
-    QVERIFY2(arrivals.at(1) - arrivals.at(0) >= 250, qPrintable(QString::number(arrivals.at(1) - arrivals.at(0))));
+    QVERIFY2(arrivals.at(1) - arrivals.at(0) >= 250,
+        qPrintable(QString::number(arrivals.at(1) - arrivals.at(0))));
     QCOMPARE(one.data + two.data, QByteArray("12"));
 }
 

@@ -16,10 +16,7 @@ QUrl HttpFixture::url(const QByteArray &target) const
     return QUrl(QString::fromUtf8(base() + target));
 }
 
-QByteArray HttpFixture::base() const
-{
-    return "http://127.0.0.1:" + QByteArray::number(port());
-}
+QByteArray HttpFixture::base() const { return "http://127.0.0.1:" + QByteArray::number(port()); }
 
 void HttpFixture::script(const QByteArray &target, const QList<FixtureResponse> &responses)
 {
@@ -65,7 +62,7 @@ void HttpFixture::onReadyRead(QTcpSocket *socket)
             const int colon = lines.at(i).indexOf(':');
             if (colon > 0)
                 request.headers.insert(lines.at(i).left(colon).trimmed().toLower(),
-                                       lines.at(i).mid(colon + 1).trimmed());
+                    lines.at(i).mid(colon + 1).trimmed());
         }
         const int length = request.headers.value("content-length").toInt();
         if (buffer.size() < end + 4 + length)
@@ -87,7 +84,8 @@ void HttpFixture::onReadyRead(QTcpSocket *socket)
 
 void HttpFixture::respond(QTcpSocket *socket, const FixtureResponse &response)
 {
-    QByteArray head = "HTTP/1.1 " + QByteArray::number(response.status) + ' ' + response.reason + "\r\n";
+    QByteArray head
+        = "HTTP/1.1 " + QByteArray::number(response.status) + ' ' + response.reason + "\r\n";
     head += "Content-Length: " + QByteArray::number(response.body.size()) + "\r\n";
     head += "Connection: keep-alive\r\n";
     for (const auto &header : response.headers)
