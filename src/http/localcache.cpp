@@ -28,8 +28,10 @@ QDateTime creationTime(const QFileInfo &info)
 
 LocalCache *LocalCache::instance(const char *name)
 {
-    static QHash<QByteArray, LocalCache *> caches;
-    LocalCache *&cache = caches[QByteArray(name)];
+    // Caches live as long as the process; the table is never destroyed either, so they stay
+    // reachable to the end.
+    static auto *caches = new QHash<QByteArray, LocalCache *>;
+    LocalCache *&cache = (*caches)[QByteArray(name)];
     if (!cache)
         cache = new LocalCache(QByteArray(name));
     return cache;

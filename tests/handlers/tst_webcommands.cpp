@@ -57,6 +57,7 @@ private slots:
     void websitesRetriedOnFirstClientOnlyWithPreventSleep();
     void iconBytesPassedThrough();
     void iconTooSmallOrUnknown();
+    void iconDroppedWhenAskerLeft();
     void noWebServiceMeansNoRequest();
     void cacheSurvivesRestart();
 
@@ -311,6 +312,25 @@ void TestWebCommands::iconTooSmallOrUnknown()
     QTRY_COMPARE(fixture.count(base + "/icon?i=nope&s=32"), 1);
     QVERIFY(f.requestAndSettle(client, req(L::unsupported)));
     QCOMPARE(client->framesWith(L::commandIcon).size(), 0);
+}
+
+void TestWebCommands::iconDroppedWhenAskerLeft()
+{
+    FixtureResponse slow = ok("icon");
+    slow.firstByteDelay = 300;
+    fixture.script(base + "/icon?i=late&s=32", { slow });
+    CoreFixture f;
+    QVERIFY(f.start());
+    ProtocolClient *leaving = f.connectClient(QStringLiteral("leaving"));
+    ProtocolClient *staying = f.connectClient(QStringLiteral("staying"));
+    leaving->send(req(L::commandIcon, { { L::id, QStringLiteral("late") }, { L::size, 32 } }));
+    QTRY_COMPARE(fixture.count(base + "/icon?i=late&s=32"), 1);
+    leaving->close();
+    QTRY_COMPARE(f.core->server->getConnections().size(), 1);
+    // The answer arrives after the asker has gone: nobody gets it, nothing breaks.
+    staying->send(req(L::commandIcon, { { L::id, QStringLiteral("late") }, { L::size, 32 } }));
+    QTRY_COMPARE(staying->framesWith(L::commandIcon).size(), 1);
+    QCOMPARE(leaving->framesWith(L::commandIcon).size(), 0);
 }
 
 void TestWebCommands::noWebServiceMeansNoRequest()
