@@ -142,32 +142,25 @@ HttpReply *Http::post(const QUrl &url, const QMap<QString, QString> &params)
         body += QUrl::toPercentEncoding(param.value());
         body += '&';
     }
-    HttpRequest req;
-    req.url = url;
-    req.operation = QNetworkAccessManager::PostOperation;
-    req.body = body;
-    req.headers = requestHeaders;
-    req.headers.insert("Content-Type", "application/x-www-form-urlencoded");
-    return request(req);
+    return send(QNetworkAccessManager::PostOperation, url, body, QByteArray());
 }
 
 HttpReply *Http::post(const QUrl &url, const QByteArray &body, const QByteArray &contentType)
 {
-    HttpRequest req;
-    req.url = url;
-    req.operation = QNetworkAccessManager::PostOperation;
-    req.body = body;
-    req.headers = requestHeaders;
-    req.headers.insert("Content-Type",
-        contentType.isEmpty() ? QByteArray("application/x-www-form-urlencoded") : contentType);
-    return request(req);
+    return send(QNetworkAccessManager::PostOperation, url, body, contentType);
 }
 
 HttpReply *Http::put(const QUrl &url, const QByteArray &body, const QByteArray &contentType)
 {
+    return send(QNetworkAccessManager::PutOperation, url, body, contentType);
+}
+
+HttpReply *Http::send(
+    int operation, const QUrl &url, const QByteArray &body, const QByteArray &contentType)
+{
     HttpRequest req;
     req.url = url;
-    req.operation = QNetworkAccessManager::PutOperation;
+    req.operation = operation;
     req.body = body;
     req.headers = requestHeaders;
     req.headers.insert("Content-Type",

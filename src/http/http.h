@@ -81,6 +81,10 @@ public:
     HttpReply *put(const QUrl &url, const QByteArray &body, const QByteArray &contentType);
 
 private:
+    // A request with a body, the client's headers and a content type (form data by default).
+    HttpReply *send(
+        int operation, const QUrl &url, const QByteArray &body, const QByteArray &contentType);
+
     QMap<QByteArray, QByteArray> requestHeaders;
     int readTimeout;
     int maxRetries = 3;
