@@ -54,9 +54,9 @@ QByteArray ProtocolClient::deriveKey(
 
 QByteArray ProtocolClient::encryptBody(const QByteArray &plain, const QByteArray &key)
 {
-    QByteArray iv(16, Qt::Uninitialized);
-    for (int i = 0; i < 16; ++i)
-        iv[i] = char(QRandomGenerator::global()->bounded(256));
+    quint32 words[4];
+    QRandomGenerator::global()->fillRange(words);
+    const QByteArray iv(reinterpret_cast<const char *>(words), sizeof words);
     return iv
         + QAESEncryption::Crypt(QAESEncryption::AES_128, QAESEncryption::CBC, plain, key.left(16),
             iv, QAESEncryption::PKCS7);
