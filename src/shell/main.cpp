@@ -1,8 +1,8 @@
 #include "constants.h"
 #include "core.h"
 #include "server.h"
+#include "singleapplication.h"
 
-#include <QApplication>
 #include <QDir>
 #include <QLibraryInfo>
 #include <QLocale>
@@ -44,7 +44,8 @@ int main(int argc, char *argv[])
     QCoreApplication::setAttribute(Qt::AA_DontShowShortcutsInContextMenus);
     QGuiApplication::setQuitOnLastWindowClosed(false);
 
-    QApplication app(argc, argv);
+    // A second start for the same user ends in here, after telling the first one.
+    SingleApplication app(argc, argv, false, SingleApplication::User, 1000);
 
     QTranslator qtTranslator;
     if (qtTranslator.load(QStringLiteral("qt_") + QLocale::system().name(),

@@ -1,0 +1,158 @@
+#include "singleapplication_p.h"
+
+#include <QCryptographicHash>
+#include <QDataStream>
+#include <QElapsedTimer>
+#include <QLocalSocket>
+#include <QProcess>
+#include <QSharedMemory>
+#include <QTemporaryDir>
+#include <QtTest>
+
+namespace {
+const QString probePath = QStringLiteral(VELM_SINGLE_PROBE);
+
+// The probe, started and followed line by line.
+struct Probe
+{
+    QProcess process;
+    QByteArray output;
+
+    explicit Probe(const QProcessEnvironment &environment)
+    {
+        process.setProcessEnvironment(environment);
+        process.setProcessChannelMode(QProcess::SeparateChannels);
+        process.start(probePath, QStringList());
+    }
+    ~Probe()
+    {
+        if (process.state() != QProcess::NotRunning) {
+            process.closeWriteChannel();
+            if (!process.waitForFinished(3000))
+                process.kill();
+            process.waitForFinished(1000);
+        }
+    }
+    QByteArray read()
+    {
+        output += process.readAllStandardOutput();
+        return output;
+    }
+};
+} // namespace
+
+// One instance per user, between real processes.
+class TestSingleApplication : public QObject
+{
+    Q_OBJECT
+private slots:
+    void initTestCase();
+    void blockLayout();
+    void secondInstanceExitsAndIsAnnounced();
+    void badInitMessageClosesWithoutSignal();
+    void inconsistentBlockRecoveredAfterFiveSeconds();
+
+private:
+    QString blockName();
+    QTemporaryDir runtime;
+    QProcessEnvironment environment;
+};
+
+void TestSingleApplication::initTestCase()
+{
+    environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
+    // A private place for the local socket and the shared memory's key files.
+    environment.insert(QStringLiteral("TMPDIR"), runtime.path());
+    qputenv("TMPDIR", runtime.path().toUtf8());
+}
+
+QString TestSingleApplication::blockName()
+{
+    Probe probe(environment);
+    if (!QTest::qWaitFor([&probe] { return probe.read().contains('\n'); }, 10000))
+        return QString();
+    const QByteArray line = probe.read().split('\n').first();
+    return QString::fromLatin1(line.mid(qstrlen("primary ")));
+}
+
+void TestSingleApplication::blockLayout()
+{
+    InstancesInfo info;
+    memset(&info, 0xab, sizeof info);
+    info.primary = false;
+    info.secondary = 0;
+    info.primaryPid = -1;
+    info.primaryUser[0] = '\0';
+    const quint16 expected = qChecksum(reinterpret_cast<const char *>(&info), 144);
+    QCOMPARE(SingleApplicationPrivate::blockChecksum(&info), expected);
+    // The padding counts: changing byte 1 changes the checksum.
+    reinterpret_cast<char *>(&info)[1] = 0;
+    QVERIFY(SingleApplicationPrivate::blockChecksum(&info) != expected);
+}
+
+void TestSingleApplication::secondInstanceExitsAndIsAnnounced()
+{
+    Probe primary(environment);
+    QTRY_VERIFY_WITH_TIMEOUT(primary.read().startsWith("primary "), 10000);
+    {
+        Probe second(environment);
+        QVERIFY(second.process.waitForFinished(10000));
+        QCOMPARE(second.process.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(second.process.exitCode(), 0);
+        QVERIFY(!second.read().contains("primary"));
+    }
+    QTRY_VERIFY_WITH_TIMEOUT(primary.read().contains("started\n"), 5000);
+    QCOMPARE(primary.read().count("started\n"), 1);
+    QCOMPARE(primary.process.state(), QProcess::Running);
+}
+
+void TestSingleApplication::badInitMessageClosesWithoutSignal()
+{
+    Probe primary(environment);
+    QTRY_VERIFY_WITH_TIMEOUT(primary.read().startsWith("primary "), 10000);
+    const QString name = QString::fromLatin1(primary.read().split('\n').first().mid(8));
+    QLocalSocket socket;
+    socket.connectToServer(name);
+    QVERIFY(socket.waitForConnected(5000));
+    QByteArray body;
+    QDataStream stream(&body, QIODevice::WriteOnly);
+    stream.setVersion(17);
+    stream << name.toLatin1() << quint8(1) << quint32(0);
+    stream << quint16(qChecksum(body.constData(), uint(body.size())) ^ 0x5555);
+    QByteArray header;
+    QDataStream headerStream(&header, QIODevice::WriteOnly);
+    headerStream.setVersion(17);
+    headerStream << quint64(body.size());
+    socket.write(header);
+    QVERIFY(socket.waitForReadyRead(5000));
+    QCOMPARE(socket.read(1), QByteArray("\n"));
+    socket.write(body);
+    QTRY_VERIFY_WITH_TIMEOUT(socket.state() == QLocalSocket::UnconnectedState, 5000);
+    QVERIFY(!primary.read().contains("started"));
+}
+
+void TestSingleApplication::inconsistentBlockRecoveredAfterFiveSeconds()
+{
+    const QString name = blockName();
+    QVERIFY(!name.isEmpty());
+    // A block whose checksum does not match, as a dying primary could leave it.
+    QSharedMemory block(name);
+    QVERIFY2(block.create(sizeof(InstancesInfo)), qPrintable(block.errorString()));
+    block.lock();
+    auto *info = static_cast<InstancesInfo *>(block.data());
+    info->primary = true;
+    info->primaryPid = 1;
+    info->checksum = quint16(SingleApplicationPrivate::blockChecksum(info) + 1);
+    block.unlock();
+
+    QElapsedTimer timer;
+    timer.start();
+    Probe probe(environment);
+    QTRY_VERIFY_WITH_TIMEOUT(probe.read().startsWith("primary "), 15000);
+    QVERIFY2(timer.elapsed() > 5000, qPrintable(QString::number(timer.elapsed())));
+    QVERIFY(probe.process.readAllStandardError().contains("inconsistent state"));
+}
+
+QTEST_GUILESS_MAIN(TestSingleApplication)
+#include "tst_singleapplication.moc"
