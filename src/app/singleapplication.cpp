@@ -213,10 +213,10 @@ void SingleApplicationPrivate::slotConnectionEstablished()
     if (!next)
         return;
     connectionMap.insert(next, ConnectionInfo());
-    connect(next, &QLocalSocket::aboutToClose, this, [this, next] {
-        const ConnectionInfo info = connectionMap.value(next);
+    // Whatever arrived just before the close is still read.
+    connect(next, &QLocalSocket::aboutToClose, this, [next] {
         if (next->bytesAvailable() > 0)
-            slotDataAvailable(next, info.instanceId);
+            emit next->readyRead();
     });
     connect(next, &QLocalSocket::disconnected, next, &QLocalSocket::deleteLater);
     connect(next, &QObject::destroyed, this, [this, next] { connectionMap.remove(next); });
@@ -301,17 +301,6 @@ void SingleApplicationPrivate::readMessageBody(QLocalSocket *sock)
     writeAck(sock);
     info.stage = StageConnectedHeader;
     emit q->receivedMessage(info.instanceId, message);
-}
-
-void SingleApplicationPrivate::slotDataAvailable(QLocalSocket *sock, quint32)
-{
-    emit sock->readyRead();
-}
-
-void SingleApplicationPrivate::slotClientConnectionClosed(QLocalSocket *sock, quint32)
-{
-    if (sock->bytesAvailable() > 0)
-        emit sock->readyRead();
 }
 
 void SingleApplicationPrivate::writeAck(QLocalSocket *sock) { sock->putChar('\n'); }

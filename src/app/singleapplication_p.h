@@ -68,8 +68,6 @@ public:
     [[noreturn]] void fail(const char *text);
 
     void slotConnectionEstablished();
-    void slotDataAvailable(QLocalSocket *socket, quint32 instanceId);
-    void slotClientConnectionClosed(QLocalSocket *socket, quint32 instanceId);
     void readInitMessageHeader(QLocalSocket *socket);
     void readInitMessageBody(QLocalSocket *socket);
     void readMessageHeader(QLocalSocket *socket, ConnectionStage nextStage);

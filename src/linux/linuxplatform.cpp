@@ -164,7 +164,6 @@ void LinuxPlatform::findInstalledApps()
 
 void LinuxPlatform::setActive(bool active)
 {
-    m_active = active;
     if (active && installedApps.isEmpty())
         findInstalledApps();
 }

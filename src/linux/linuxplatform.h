@@ -52,5 +52,4 @@ private:
     QPixmap iconForMimeType(const QString &mimeName, int size) const;
 
     GAppInfoMonitor *m_monitor = nullptr;
-    bool m_active = false;
 };
