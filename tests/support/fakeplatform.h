@@ -86,5 +86,8 @@ public slots:
     void nextTrack() override { calls << QStringLiteral("nextTrack"); }
     void playPause() override { calls << QStringLiteral("playPause"); }
     bool getScreenLocked() override { return locked; }
-    bool permissionsGranted() override { return true; }
+    bool permissionsGranted() override { return granted; }
+
+public:
+    bool granted = true;
 };

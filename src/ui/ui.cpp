@@ -1,0 +1,185 @@
+#include "ui.h"
+
+#include "aboutbox.h"
+#include "constants.h"
+#include "core.h"
+#include "desktop.h"
+#include "iconutils.h"
+#include "platform.h"
+#include "preferences.h"
+#include "server.h"
+#include "updater.h"
+#include "welcomeview.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QLoggingCategory>
+#include <QMenu>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QSettings>
+#include <QSystemTrayIcon>
+#include <QWebSocket>
+#include <QWindow>
+
+Q_LOGGING_CATEGORY(lcUi, "velm.ui")
+
+namespace {
+// Idle, the tray shows a one-colour template shape; with a device connected, the colour one.
+// Desktops other than macOS do not recolour template images themselves, so the shape is
+// chosen here from the icon set that suits the desktop's colours.
+QIcon trayIconFor(bool connected)
+{
+    QIcon icon = IconUtils::icon(connected ? "tray-color" : "tray");
+    icon.setIsMask(!connected);
+    return icon;
+}
+} // namespace
+
+UI::UI(QWidget *parent)
+    : QObject(parent)
+{
+    setupTrayIcon();
+    startCore();
+}
+
+UI::~UI()
+{
+    delete menu;
+}
+
+void UI::startCore()
+{
+    Core *core = Core::instance();
+    if (!coreConnected) {
+        coreConnected = true;
+        connect(core, &Core::ready, this, &UI::onCoreReady);
+    }
+    core->start();
+}
+
+void UI::setupTrayIcon()
+{
+    menu = new QMenu;
+    clientCountAction = menu->addAction(QString());
+    clientCountAction->setEnabled(false);
+    onClientCountChanged(0);
+    menu->addSeparator();
+    QAction *update = Updater::instance()->getAction();
+    update->setMenuRole(QAction::NoRole);
+    menu->addAction(update);
+    menu->addAction(tr("Preferences..."), this, &UI::showPreferences);
+    menu->addAction(tr("About %1").arg(Constants::NAME), this,
+        &UI::showAboutBox);
+    menu->addSeparator();
+    menu->addAction(tr("Quit"), qApp, &QCoreApplication::quit);
+
+    trayIcon = new QSystemTrayIcon(this);
+    trayIcon->setIcon(trayIconFor(false));
+    trayIcon->setToolTip(QString(Constants::NAME));
+    trayIcon->setContextMenu(menu);
+    // A left click shows the same menu: there is no window to open.
+    connect(trayIcon, &QSystemTrayIcon::activated, this, [this](QSystemTrayIcon::ActivationReason reason) {
+        if (reason == QSystemTrayIcon::Trigger)
+            menu->popup(QCursor::pos());
+    });
+    trayIcon->setVisible(true);
+    if (!QSystemTrayIcon::isSystemTrayAvailable()) {
+        qCWarning(lcUi) << "No system tray";
+        // Without a tray the program would be invisible: say that it runs and where to
+        // find its settings.
+        if (desktop::canNotify())
+            desktop::notify(QString(Constants::NAME), QString(),
+                tr("%1 is running. Your desktop shows no tray icons; start %1 again to open its "
+                   "preferences.")
+                    .arg(Constants::NAME));
+    }
+}
+
+void UI::onClientCountChanged(int count)
+{
+    if (count == 0)
+        clientCountAction->setText(tr("No clients connected"));
+    else
+        clientCountAction->setText(tr("%n client(s) connected", nullptr, count));
+    if (trayIcon && count < 2)
+        trayIcon->setIcon(trayIconFor(count > 0));
+    Updater::instance()->setImmediateInstallAllowed(count == 0);
+}
+
+void UI::onCoreReady()
+{
+    Core *core = Core::instance();
+    connect(core->server, &Server::clientCountChanged, this, &UI::onClientCountChanged,
+        Qt::UniqueConnection);
+    connect(core->server, &Server::needUserAuthorization, this, &UI::showAuthDialog,
+        Qt::UniqueConnection);
+    if (!QSettings().value(QStringLiteral("welcome"), false).toBool()
+        || !core->platform->permissionsGranted())
+        showWelcome();
+    connect(core->platform, &Platform::needPermissions, this, &UI::showWelcome,
+        Qt::UniqueConnection);
+    Updater::instance()->checkAndMaybeShowUI();
+}
+
+void UI::showAuthDialog(
+    QObject *socket, const QString &id, const QString &name, const QString &address)
+{
+    auto *box = new QMessageBox;
+    box->setAttribute(Qt::WA_DeleteOnClose);
+    box->setWindowTitle(QString(Constants::NAME));
+    box->setIconPixmap(
+        IconUtils::pixmap(QStringLiteral(":/images/64/app.png"), box->devicePixelRatioF()));
+    box->setText(tr("%1 would like to connect.").arg(name));
+    box->setInformativeText(address);
+    QPushButton *deny = box->addButton(tr("Deny"), QMessageBox::RejectRole);
+    QPushButton *authorize = box->addButton(tr("Authorize"), QMessageBox::AcceptRole);
+    // The prompt may pop up while the user types: a stray Return must not let a device in.
+    box->setDefaultButton(deny);
+    box->setEscapeButton(deny);
+    authDialogs.append(box);
+    // The answer belongs to this device only: when it has gone, another one may be waiting.
+    const QPointer<QObject> asking(socket);
+    connect(box, &QMessageBox::finished, this, [this, box, authorize, id, asking] {
+        const bool authorized = box->clickedButton() == authorize;
+        authDialogs.removeAll(box);
+        Server *server = Core::instance()->server;
+        if (server && asking && static_cast<QObject *>(server->getPendingSocket()) == asking.data())
+            server->setAuthorization(id, authorized);
+        box->deleteLater();
+    });
+    if (socket)
+        connect(socket, &QObject::destroyed, box, &QMessageBox::close);
+    box->open();
+    box->raise();
+    box->activateWindow();
+    QApplication::beep();
+}
+
+void UI::showWelcome()
+{
+    if (!welcomeView)
+        welcomeView = new WelcomeView;
+    welcomeView->show();
+    welcomeView->raise();
+    welcomeView->activateWindow();
+}
+
+void UI::showPreferences()
+{
+    if (!preferences)
+        preferences = new Preferences;
+    preferences->show();
+    preferences->raise();
+    preferences->activateWindow();
+}
+
+void UI::showAboutBox()
+{
+    if (!aboutBox)
+        aboutBox = new AboutBox;
+    aboutBox->show();
+    aboutBox->raise();
+    aboutBox->activateWindow();
+    Updater::instance()->checkAndMaybeShowUI();
+}

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <QObject>
+#include <QPointer>
+#include <QString>
+
+class AboutBox;
+class Preferences;
+class QAction;
+class QMenu;
+class QMessageBox;
+class QSystemTrayIcon;
+class QWidget;
+class WelcomeView;
+
+// The program's face: the tray icon and its menu, the pairing prompt, the welcome window and
+// the two dialogs. It starts the coordinator.
+class UI : public QObject
+{
+    Q_OBJECT
+public:
+    explicit UI(QWidget *parent = nullptr);
+    ~UI() override;
+
+    QAction *clientCountAction = nullptr;
+    QSystemTrayIcon *trayIcon = nullptr;
+    QPointer<Preferences> preferences;
+    QPointer<AboutBox> aboutBox;
+    QPointer<WelcomeView> welcomeView;
+    // The pairing prompts that are open.
+    QList<QPointer<QMessageBox>> authDialogs;
+
+public slots:
+    void startCore();
+    void setupTrayIcon();
+    void onClientCountChanged(int count);
+    void showAuthDialog(
+        QObject *socket, const QString &id, const QString &name, const QString &address);
+    void showWelcome();
+    void showPreferences();
+    void showAboutBox();
+
+private slots:
+    void onCoreReady();
+
+private:
+    QMenu *menu = nullptr;
+    bool coreConnected = false;
+};
