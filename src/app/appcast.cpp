@@ -4,15 +4,13 @@
 #include <QXmlStreamReader>
 
 namespace {
-const QString sparkleNamespace = QStringLiteral("http://www.andymatuschak.org/xml-namespaces/sparkle");
+const QString sparkleNamespace
+    = QStringLiteral("http://www.andymatuschak.org/xml-namespaces/sparkle");
 
 // Feeds are small; a document bigger than this is not a feed.
 constexpr int maxItems = 1000;
 
-bool isSparkle(const QXmlStreamReader &reader)
-{
-    return reader.namespaceUri() == sparkleNamespace;
-}
+bool isSparkle(const QXmlStreamReader &reader) { return reader.namespaceUri() == sparkleNamespace; }
 
 // Enclosures for other systems are skipped; ones without "os" are for everybody.
 bool isForThisSystem(const QString &os)
@@ -31,8 +29,8 @@ AppcastItem readItem(QXmlStreamReader &reader, bool *wanted)
         if (name == QLatin1String("title") && reader.namespaceUri().isEmpty()) {
             item.title = reader.readElementText(QXmlStreamReader::SkipChildElements).trimmed();
         } else if (name == QLatin1String("link") && reader.namespaceUri().isEmpty()) {
-            item.downloadPage = QUrl(
-                reader.readElementText(QXmlStreamReader::SkipChildElements).trimmed());
+            item.downloadPage
+                = QUrl(reader.readElementText(QXmlStreamReader::SkipChildElements).trimmed());
         } else if (name == QLatin1String("version") && isSparkle(reader)) {
             item.version = reader.readElementText(QXmlStreamReader::SkipChildElements).trimmed();
         } else if (name == QLatin1String("shortVersionString") && isSparkle(reader)) {
@@ -90,7 +88,8 @@ QList<AppcastItem> Appcast::parse(const QByteArray &xml, QString *error)
     }
     QString message;
     if (reader.hasError())
-        message = QStringLiteral("%1 at line %2").arg(reader.errorString()).arg(reader.lineNumber());
+        message
+            = QStringLiteral("%1 at line %2").arg(reader.errorString()).arg(reader.lineNumber());
     else if (!sawRss)
         message = QStringLiteral("not an RSS document");
     if (!message.isEmpty()) {

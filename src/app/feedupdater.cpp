@@ -18,13 +18,12 @@ namespace updater {
 namespace {
 // Feeds are a few kilobytes; anything far bigger is not one.
 constexpr int maxFeedSize = 4 * 1024 * 1024;
-}
+} // namespace
 
 FeedUpdater::FeedUpdater(QObject *parent)
     : Updater(parent)
     , http(new Http)
-{
-}
+{ }
 
 FeedUpdater::~FeedUpdater()
 {
@@ -49,19 +48,11 @@ void FeedUpdater::checkAndShowUI()
     check(true);
 }
 
-void FeedUpdater::checkAndMaybeShowUI()
-{
-    check(false);
-}
+void FeedUpdater::checkAndMaybeShowUI() { check(false); }
 
-void FeedUpdater::checkWithoutUI()
-{
-    check(false);
-}
+void FeedUpdater::checkWithoutUI() { check(false); }
 
-void FeedUpdater::update()
-{
-}
+void FeedUpdater::update() { }
 
 void FeedUpdater::check(bool showResult)
 {

@@ -14,6 +14,7 @@ Updater *theInstance = nullptr;
 Updater::Updater(QObject *parent)
     : QObject(parent)
 {
+    qRegisterMetaType<Updater::Status>();
 }
 
 Updater::~Updater()
@@ -31,10 +32,7 @@ Updater *Updater::instance()
     return theInstance;
 }
 
-void Updater::setInstance(Updater *updater)
-{
-    theInstance = updater;
-}
+void Updater::setInstance(Updater *updater) { theInstance = updater; }
 
 QAction *Updater::getAction()
 {

@@ -43,10 +43,7 @@ void openFolder(const QString &path)
 }
 } // namespace
 
-bool desktop::canNotify()
-{
-    return hasService(notificationsService);
-}
+bool desktop::canNotify() { return hasService(notificationsService); }
 
 void desktop::notify(const QString &title, const QString &subtitle, const QString &text)
 {

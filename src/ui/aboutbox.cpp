@@ -8,9 +8,9 @@
 #include <QDesktopServices>
 #include <QLabel>
 #include <QPushButton>
+#include <QScreen>
 #include <QUrl>
 #include <QVBoxLayout>
-#include <QScreen>
 #include <QWindow>
 
 namespace {

@@ -16,10 +16,7 @@ static void ensureResources()
 }
 
 namespace {
-QColor windowColor()
-{
-    return QGuiApplication::palette().color(QPalette::Window);
-}
+QColor windowColor() { return QGuiApplication::palette().color(QPalette::Window); }
 } // namespace
 
 QString IconUtils::setFor(const QColor &background)
@@ -47,7 +44,8 @@ QIcon IconUtils::fromResources(const char *name)
     if (!QFile::exists(base + png))
         return result;
     result.addFile(base + png, QSize(), QIcon::Normal, QIcon::Off);
-    const struct {
+    const struct
+    {
         const char *suffix;
         QIcon::Mode mode;
         QIcon::State state;
@@ -65,10 +63,7 @@ QIcon IconUtils::fromResources(const char *name)
     return result;
 }
 
-QIcon IconUtils::icon(const char *name)
-{
-    return fromResources(name);
-}
+QIcon IconUtils::icon(const char *name) { return fromResources(name); }
 
 QIcon IconUtils::icon(const QVector<const char *> &names)
 {
@@ -156,6 +151,15 @@ QImage IconUtils::tinted(const QImage &image, const QColor &color, QPainter::Com
         painter.setCompositionMode(mode);
         painter.fillRect(result.rect(), color);
     }
-    result.setAlphaChannel(image.convertToFormat(QImage::Format_Alpha8));
+    // setAlphaChannel would multiply with the alpha the painting left; the original's is put
+    // back as it was instead.
+    result = result.convertToFormat(QImage::Format_ARGB32);
+    const QImage original = image.convertToFormat(QImage::Format_ARGB32);
+    for (int y = 0; y < result.height(); ++y) {
+        auto *line = reinterpret_cast<QRgb *>(result.scanLine(y));
+        const auto *alpha = reinterpret_cast<const QRgb *>(original.constScanLine(y));
+        for (int x = 0; x < result.width(); ++x)
+            line[x] = qRgba(qRed(line[x]), qGreen(line[x]), qBlue(line[x]), qAlpha(alpha[x]));
+    }
     return result;
 }

@@ -43,10 +43,7 @@ UI::UI(QWidget *parent)
     startCore();
 }
 
-UI::~UI()
-{
-    delete menu;
-}
+UI::~UI() { delete menu; }
 
 void UI::startCore()
 {
@@ -69,8 +66,7 @@ void UI::setupTrayIcon()
     update->setMenuRole(QAction::NoRole);
     menu->addAction(update);
     menu->addAction(tr("Preferences..."), this, &UI::showPreferences);
-    menu->addAction(tr("About %1").arg(Constants::NAME), this,
-        &UI::showAboutBox);
+    menu->addAction(tr("About %1").arg(Constants::NAME), this, &UI::showAboutBox);
     menu->addSeparator();
     menu->addAction(tr("Quit"), qApp, &QCoreApplication::quit);
 
@@ -79,10 +75,11 @@ void UI::setupTrayIcon()
     trayIcon->setToolTip(QString(Constants::NAME));
     trayIcon->setContextMenu(menu);
     // A left click shows the same menu: there is no window to open.
-    connect(trayIcon, &QSystemTrayIcon::activated, this, [this](QSystemTrayIcon::ActivationReason reason) {
-        if (reason == QSystemTrayIcon::Trigger)
-            menu->popup(QCursor::pos());
-    });
+    connect(trayIcon, &QSystemTrayIcon::activated, this,
+        [this](QSystemTrayIcon::ActivationReason reason) {
+            if (reason == QSystemTrayIcon::Trigger)
+                menu->popup(QCursor::pos());
+        });
     trayIcon->setVisible(true);
     if (!QSystemTrayIcon::isSystemTrayAvailable()) {
         qCWarning(lcUi) << "No system tray";
@@ -117,8 +114,8 @@ void UI::onCoreReady()
     if (!QSettings().value(QStringLiteral("welcome"), false).toBool()
         || !core->platform->permissionsGranted())
         showWelcome();
-    connect(core->platform, &Platform::needPermissions, this, &UI::showWelcome,
-        Qt::UniqueConnection);
+    connect(
+        core->platform, &Platform::needPermissions, this, &UI::showWelcome, Qt::UniqueConnection);
     Updater::instance()->checkAndMaybeShowUI();
 }
 

@@ -11,9 +11,9 @@
 #include <QHostInfo>
 #include <QLabel>
 #include <QPushButton>
+#include <QScreen>
 #include <QSettings>
 #include <QVBoxLayout>
-#include <QScreen>
 #include <QWindow>
 
 namespace {
