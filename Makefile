@@ -12,7 +12,9 @@ FUZZ := build/fuzz
 # Without a display the server runs on Qt's offscreen platform.
 HEADLESS := $(if $(DISPLAY)$(WAYLAND_DISPLAY),,QT_QPA_PLATFORM=offscreen)
 
-.PHONY: all deps build build-asan test test-dev test-asan run bench fuzz format clean
+.PHONY: all deps build build-asan test test-dev test-asan run install translations screenshots \
+	bench fuzz format clean
+PREFIX ?= /usr/local
 
 all: build
 
@@ -48,6 +50,19 @@ test-asan: build-asan
 
 run: build
 	$(HEADLESS) $(DEV)/src/shell/velm-server
+
+# The program, its desktop entry, icons and translations under PREFIX (needs root for /usr/local).
+install: deps $(RELEASE)/build.ninja
+	cmake --build $(RELEASE) -j $(JOBS)
+	cmake --install $(RELEASE) --prefix $(PREFIX)
+
+# Refreshes translations/*.ts from the code; translate what is new with Qt Linguist.
+translations: build
+	cmake --build $(DEV) --target update_translations
+
+# Renders every window on a private desktop into docs/screenshots/ (needs root, like the rig).
+screenshots: build
+	scripts/screenshots $(DEV)
 
 bench: deps $(RELEASE)/build.ninja
 	cmake -S . -B $(RELEASE) -DVELM_BUILD_BENCH=ON >/dev/null

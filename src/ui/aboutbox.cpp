@@ -54,6 +54,8 @@ AboutBox::AboutBox(QWidget *parent)
     Updater *updater = Updater::instance();
     QLabel *status = updater->getLabel();
     status->setWordWrap(true);
+    // Wide enough for the usual one-line texts; the longer ones wrap.
+    status->setMinimumWidth(status->fontMetrics().horizontalAdvance(QLatin1Char('x')) * 34);
     status->setAlignment(Qt::AlignHCenter);
     status->setAttribute(Qt::WA_MacSmallSize);
     layout->addWidget(status);

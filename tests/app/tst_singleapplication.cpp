@@ -9,6 +9,8 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+#include <unistd.h>
+
 namespace {
 const QString probePath = QStringLiteral(VELM_SINGLE_PROBE);
 
@@ -18,11 +20,14 @@ struct Probe
     QProcess process;
     QByteArray output;
 
-    explicit Probe(const QProcessEnvironment &environment)
+    explicit Probe(const QProcessEnvironment &environment, const QStringList &runAs = {})
     {
         process.setProcessEnvironment(environment);
         process.setProcessChannelMode(QProcess::SeparateChannels);
-        process.start(probePath, QStringList());
+        if (runAs.isEmpty())
+            process.start(probePath, QStringList());
+        else
+            process.start(runAs.first(), runAs.mid(1));
     }
     ~Probe()
     {
@@ -51,6 +56,7 @@ private slots:
     void secondInstanceExitsAndIsAnnounced();
     void badInitMessageClosesWithoutSignal();
     void inconsistentBlockRecoveredAfterFiveSeconds();
+    void differentUsersEachGetAPrimary();
 
 private:
     QString blockName();
@@ -152,6 +158,44 @@ void TestSingleApplication::inconsistentBlockRecoveredAfterFiveSeconds()
     QTRY_VERIFY_WITH_TIMEOUT(probe.read().startsWith("primary "), 15000);
     QVERIFY2(timer.elapsed() > 5000, qPrintable(QString::number(timer.elapsed())));
     QVERIFY(probe.process.readAllStandardError().contains("inconsistent state"));
+}
+
+void TestSingleApplication::differentUsersEachGetAPrimary()
+{
+    if (::geteuid() != 0)
+        QSKIP("starting a process as another user needs root (the CI machine runs as root)");
+    // The other user needs to reach the probe and the temporary folder, so it is not inside
+    // this test's private one.
+    QTemporaryDir shared(QStringLiteral("/tmp/velm-users-XXXXXX"));
+    QVERIFY(QFile::setPermissions(shared.path(),
+        QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner | QFile::ReadGroup
+            | QFile::WriteGroup | QFile::ExeGroup | QFile::ReadOther | QFile::WriteOther
+            | QFile::ExeOther));
+    const QString probeCopy = shared.filePath(QStringLiteral("probe"));
+    QVERIFY(QFile::copy(probePath, probeCopy));
+    QProcessEnvironment sharedEnvironment = environment;
+    sharedEnvironment.insert(QStringLiteral("TMPDIR"), shared.path());
+    sharedEnvironment.insert(QStringLiteral("HOME"), shared.path());
+
+    QProcess mine;
+    mine.setProcessEnvironment(sharedEnvironment);
+    mine.start(probeCopy, QStringList());
+    QByteArray mineOutput;
+    QTRY_VERIFY_WITH_TIMEOUT((mineOutput += mine.readAllStandardOutput()).startsWith("primary "), 10000);
+
+    // "nobody" is another user with another user name: it gets a primary of its own.
+    Probe theirs(sharedEnvironment,
+        { QStringLiteral("setpriv"), QStringLiteral("--reuid=65534"), QStringLiteral("--regid=65534"),
+            QStringLiteral("--clear-groups"), probeCopy });
+    QTRY_VERIFY2_WITH_TIMEOUT(theirs.read().startsWith("primary "),
+        theirs.process.readAllStandardError().constData(), 10000);
+    QVERIFY(theirs.read() != mineOutput.left(theirs.read().size()));
+    QCOMPARE(theirs.process.state(), QProcess::Running);
+    QCOMPARE(mine.state(), QProcess::Running);
+    // And the first user's primary was not told about it.
+    QVERIFY(!(mineOutput += mine.readAllStandardOutput()).contains("started"));
+    mine.closeWriteChannel();
+    QVERIFY(mine.waitForFinished(5000));
 }
 
 QTEST_GUILESS_MAIN(TestSingleApplication)

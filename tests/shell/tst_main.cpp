@@ -1,3 +1,6 @@
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
 #include <QProcess>
 #include <QProcessEnvironment>
 #include <QTemporaryDir>
@@ -9,6 +12,7 @@ class TestMain : public QObject
     Q_OBJECT
 private slots:
     void logLinesNameTheirFunction();
+    void startsWithoutTranslations();
 };
 
 void TestMain::logLinesNameTheirFunction()
@@ -41,6 +45,34 @@ void TestMain::logLinesNameTheirFunction()
         home.filePath(QStringLiteral("Velm/velm-server.conf")), QSettings::IniFormat);
     const uint port = settings.value(QStringLiteral("lastUsedPort")).toUInt();
     QVERIFY2(port >= 49152 && port <= 65535, qPrintable(QString::number(port)));
+}
+
+void TestMain::startsWithoutTranslations()
+{
+    // A copy of the program with no "locale" folder beside it and no bundle layout above it.
+    QTemporaryDir place;
+    const QString copy = place.filePath(QStringLiteral("bin/velm-server"));
+    QVERIFY(QDir().mkpath(place.filePath(QStringLiteral("bin"))));
+    QVERIFY(QFile::copy(QStringLiteral(VELM_SERVER_EXECUTABLE), copy));
+    QVERIFY(!QFileInfo::exists(place.filePath(QStringLiteral("bin/locale"))));
+    QVERIFY(!QFileInfo::exists(place.filePath(QStringLiteral("Resources/locale"))));
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(QStringLiteral("XDG_CONFIG_HOME"), place.filePath(QStringLiteral("config")));
+    environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
+    environment.insert(QStringLiteral("LANG"), QStringLiteral("it_IT.UTF-8"));
+    environment.insert(QStringLiteral("DBUS_SYSTEM_BUS_ADDRESS"),
+        QStringLiteral("unix:path=") + place.filePath(QStringLiteral("no-bus")));
+    QProcess server;
+    server.setProcessEnvironment(environment);
+    server.start(copy, QStringList());
+    QVERIFY(server.waitForStarted());
+    // It gets as far as serving: the port is chosen and the advertisement tried.
+    QByteArray output;
+    QTRY_VERIFY_WITH_TIMEOUT(
+        (output += server.readAllStandardError()).contains("ZeroConf error"), 10000);
+    QCOMPARE(server.state(), QProcess::Running);
+    server.kill();
+    server.waitForFinished();
 }
 
 QTEST_GUILESS_MAIN(TestMain)

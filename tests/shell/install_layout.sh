@@ -1,0 +1,34 @@
+#!/usr/bin/env bash
+# Installs the build into a scratch prefix and checks that everything lands where the desktop
+# and the program look for it.
+#   usage: install_layout.sh BUILD_DIR
+set -euo pipefail
+build=${1:?usage: install_layout.sh BUILD_DIR}
+stage=$(mktemp -d)
+trap 'rm -rf "$stage"' EXIT
+prefix=/usr/local
+DESTDIR="$stage" cmake --install "$build" --prefix "$prefix" >/dev/null
+root="$stage$prefix"
+
+fail() { echo "install layout: $*" >&2; exit 1; }
+[ -L "$root/bin/velm-server" ] || fail "bin/velm-server is not a link"
+program=$(readlink -f "$root/bin/velm-server")
+[ "$program" = "$root/lib/velm-server/velm-server" ] || fail "the link points to $program"
+[ -x "$program" ] || fail "the program is not executable"
+for language in it en; do
+    [ -s "$root/lib/velm-server/locale/$language.qm" ] || fail "no $language translation"
+done
+desktop="$root/share/applications/velm-server.desktop"
+[ -f "$desktop" ] || fail "no desktop entry"
+desktop-file-validate "$desktop" || fail "the desktop entry does not validate"
+grep -qx 'Icon=velm-server' "$desktop" || fail "the desktop entry names another icon"
+for size in 16 22 24 32 48 64 128 256; do
+    png="$root/share/icons/hicolor/${size}x${size}/apps/velm-server.png"
+    [ -s "$png" ] || fail "no ${size}px icon"
+    # The PNG header carries the width and height at bytes 16-23.
+    dims=$(od -An -tu1 -j16 -N8 "$png" | tr -s ' ')
+    expect=" 0 0 $((size / 256)) $((size % 256)) 0 0 $((size / 256)) $((size % 256))"
+    [ "$dims" = "$expect" ] || fail "the ${size}px icon measures$dims"
+done
+[ -s "$root/share/icons/hicolor/scalable/apps/velm-server.svg" ] || fail "no scalable icon"
+echo "install layout: ok"
