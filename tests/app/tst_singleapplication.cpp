@@ -181,12 +181,13 @@ void TestSingleApplication::differentUsersEachGetAPrimary()
     mine.setProcessEnvironment(sharedEnvironment);
     mine.start(probeCopy, QStringList());
     QByteArray mineOutput;
-    QTRY_VERIFY_WITH_TIMEOUT((mineOutput += mine.readAllStandardOutput()).startsWith("primary "), 10000);
+    QTRY_VERIFY_WITH_TIMEOUT(
+        (mineOutput += mine.readAllStandardOutput()).startsWith("primary "), 10000);
 
     // "nobody" is another user with another user name: it gets a primary of its own.
     Probe theirs(sharedEnvironment,
-        { QStringLiteral("setpriv"), QStringLiteral("--reuid=65534"), QStringLiteral("--regid=65534"),
-            QStringLiteral("--clear-groups"), probeCopy });
+        { QStringLiteral("setpriv"), QStringLiteral("--reuid=65534"),
+            QStringLiteral("--regid=65534"), QStringLiteral("--clear-groups"), probeCopy });
     QTRY_VERIFY2_WITH_TIMEOUT(theirs.read().startsWith("primary "),
         theirs.process.readAllStandardError().constData(), 10000);
     QVERIFY(theirs.read() != mineOutput.left(theirs.read().size()));

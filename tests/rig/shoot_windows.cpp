@@ -29,8 +29,8 @@ int failures = 0;
 void save(const QString &name, const QRect &area)
 {
     QTest::qWait(300); // let the window manager draw its frame; nothing to wait on for that
-    const QPixmap shot = QGuiApplication::primaryScreen()->grabWindow(0, area.x(), area.y(),
-        area.width(), area.height());
+    const QPixmap shot = QGuiApplication::primaryScreen()->grabWindow(
+        0, area.x(), area.y(), area.width(), area.height());
     const QString path = outputDir + QLatin1Char('/') + name + QStringLiteral(".png");
     if (shot.isNull() || !shot.save(path)) {
         std::fprintf(stderr, "cannot save %s\n", qPrintable(path));

@@ -17,7 +17,8 @@ QStringList windowsNamed(const QString &title)
         { QStringLiteral("search"), QStringLiteral("--onlyvisible"), QStringLiteral("--name"),
             QLatin1Char('^') + QRegularExpression::escape(title) + QLatin1Char('$') });
     search.waitForFinished(5000);
-    return QString::fromLatin1(search.readAllStandardOutput()).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+    return QString::fromLatin1(search.readAllStandardOutput())
+        .split(QLatin1Char('\n'), Qt::SkipEmptyParts);
 }
 } // namespace
 
@@ -48,8 +49,8 @@ void TestDesktop::init()
     environment.insert(QStringLiteral("XDG_CONFIG_HOME"), home->filePath(QStringLiteral("config")));
     environment.insert(QStringLiteral("XDG_CACHE_HOME"), home->filePath(QStringLiteral("cache")));
     // A welcome already dismissed: the only windows are the ones the test opens.
-    QSettings settings(home->filePath(QStringLiteral("config/Velm/velm-server.conf")),
-        QSettings::IniFormat);
+    QSettings settings(
+        home->filePath(QStringLiteral("config/Velm/velm-server.conf")), QSettings::IniFormat);
     settings.setValue(QStringLiteral("welcome"), true);
     settings.setValue(QStringLiteral("autoStart"), false);
     settings.sync();
@@ -82,7 +83,8 @@ bool TestDesktop::startPrimary()
         [] {
             QProcess tree;
             tree.start(QStringLiteral("xdotool"),
-                { QStringLiteral("search"), QStringLiteral("--class"), QStringLiteral("velm-server") });
+                { QStringLiteral("search"), QStringLiteral("--class"),
+                    QStringLiteral("velm-server") });
             tree.waitForFinished(5000);
             return !tree.readAllStandardOutput().trimmed().isEmpty();
         },

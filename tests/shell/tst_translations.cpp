@@ -35,7 +35,8 @@ QList<Message> readTs(const QString &path)
             else if (xml.name() == QLatin1String("message")) {
                 current = Message();
                 current.context = context;
-                current.numerus = xml.attributes().value(QLatin1String("numerus")) == QLatin1String("yes");
+                current.numerus
+                    = xml.attributes().value(QLatin1String("numerus")) == QLatin1String("yes");
             } else if (xml.name() == QLatin1String("source"))
                 current.source = xml.readElementText();
             else if (xml.name() == QLatin1String("translation")) {
@@ -116,14 +117,15 @@ void TestTranslations::sourcesMatchTheCode()
     const QSet<QString> code = keys(readTs(fresh));
     QVERIFY(!code.isEmpty());
     for (const char *language : { "it", "en" }) {
-        const QSet<QString> shipped
-            = keys(readTs(QStringLiteral(VELM_TS_DIR "/") + QLatin1String(language) + QStringLiteral(".ts")));
+        const QSet<QString> shipped = keys(readTs(
+            QStringLiteral(VELM_TS_DIR "/") + QLatin1String(language) + QStringLiteral(".ts")));
         QSet<QString> missing = code;
         missing.subtract(shipped);
         QSet<QString> stale = shipped;
         stale.subtract(code);
         QVERIFY2(missing.isEmpty(),
-            qPrintable(QStringLiteral("run `make translations`: ") + missing.values().join(QStringLiteral(", "))));
+            qPrintable(QStringLiteral("run `make translations`: ")
+                + missing.values().join(QStringLiteral(", "))));
         QVERIFY2(stale.isEmpty(), qPrintable(stale.values().join(QStringLiteral(", "))));
     }
 }
