@@ -8,6 +8,7 @@
 #include <QLoggingCategory>
 #include <QMessageBox>
 #include <QSettings>
+#include <QTimer>
 
 #include <utility>
 
