@@ -7,6 +7,7 @@
 #include "l.h"
 #include "linuxapp.h"
 #include "linuxlogging.h"
+#include "x11session.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -95,13 +96,20 @@ LinuxPlatform::LinuxPlatform(QObject *parent)
         QIcon::setThemeName(QStringLiteral("hicolor"));
     if (QIcon::fallbackThemeName().isEmpty())
         QIcon::setFallbackThemeName(QStringLiteral("Adwaita"));
-    // Until the window, input, accessibility, sound and session backends exist, these codes
-    // cannot be served here.
-    unsupported = QStringList { L::currentApp, L::activateApp, L::closeApp, L::quitApp,
-        L::toggleMinimizeApp, L::toggleMaximizeApp, L::toggleFullscreenApp, L::appScroll,
-        L::keySequence, L::appMenu, L::performMenu, L::focusValue, L::performFocus,
+    // Until the accessibility, sound and session backends exist, these codes cannot be served
+    // here.
+    unsupported = QStringList { L::appMenu, L::performMenu, L::focusValue, L::performFocus,
         L::focusedElement, L::brightness, L::volume, L::volumeMute, L::screenLock, L::logout,
         L::sleep, L::restart, L::shutdown, L::playPause, L::previousTrack, L::nextTrack };
+    if (X11Session::available()) {
+        m_session = new X11Session(this);
+    } else {
+        // Windows and input need an X server (XWayland counts); launching works without.
+        qCWarning(lcLinux) << "No X server: window control and keys are unavailable";
+        unsupported << L::currentApp << L::closeApp << L::quitApp << L::toggleMinimizeApp
+                    << L::toggleMaximizeApp << L::toggleFullscreenApp << L::appScroll
+                    << L::keySequence;
+    }
 }
 
 LinuxPlatform::~LinuxPlatform()
@@ -129,7 +137,6 @@ void LinuxPlatform::appInfoChangedCallback(GAppInfoMonitor *, void *self)
 
 void LinuxPlatform::onAppInfoChanged()
 {
-    clearApps();
     findInstalledApps();
 }
 
@@ -144,7 +151,15 @@ void LinuxPlatform::findInstalledApps()
         QString id = fromUtf8(g_app_info_get_id(info));
         if (id.endsWith(desktopSuffix))
             id.chop(desktopSuffix.size());
-        auto *app = new LinuxApp(id, info);
+        // Applications stay the same objects when the entries change: windows, the running
+        // list and the clients' lists point at them.
+        auto *app = qobject_cast<LinuxApp *>(apps.value(id));
+        if (app && !found.contains(app)) {
+            app->setAppInfo(info);
+        } else {
+            app = new LinuxApp(id, info, this);
+            app->session = m_session;
+        }
         app->name = fromUtf8(g_app_info_get_display_name(info));
         if (app->name.endsWith(bundleSuffix))
             app->name.chop(bundleSuffix.size());
@@ -155,7 +170,21 @@ void LinuxPlatform::findInstalledApps()
     }
     g_list_free_full(all, g_object_unref);
     std::stable_sort(found.begin(), found.end(), &App::nameComparator);
+    // Programs known only by their windows stay while they run.
+    QVector<App *> windowOnly;
+    for (App *app : qAsConst(installedApps)) {
+        auto *linuxApp = static_cast<LinuxApp *>(app);
+        if (!linuxApp->appInfo() && !linuxApp->windows.isEmpty()
+            && !found.contains(linuxApp))
+            windowOnly.append(app);
+    }
+    installedApps.clear();
+    apps.clear();
     for (LinuxApp *app : qAsConst(found)) {
+        installedApps.append(app);
+        apps.insert(app->id, app);
+    }
+    for (App *app : qAsConst(windowOnly)) {
         installedApps.append(app);
         apps.insert(app->id, app);
     }
@@ -164,8 +193,183 @@ void LinuxPlatform::findInstalledApps()
 
 void LinuxPlatform::setActive(bool active)
 {
-    if (active && installedApps.isEmpty())
+    if (!active)
+        return;
+    if (installedApps.isEmpty())
         findInstalledApps();
+    if (!m_observing)
+        startObserving();
+}
+
+void LinuxPlatform::startObserving()
+{
+    m_observing = true;
+    if (!m_session)
+        return;
+    connect(m_session, &X11Session::windowAdded, this, [this](WId id) { addWindows({ id }); });
+    connect(
+        m_session, &X11Session::windowRemoved, this, [this](WId id) { removeWindows({ id }); });
+    connect(m_session, &X11Session::windowChanged, this, &LinuxPlatform::onWindowChanged);
+    connect(m_session, &X11Session::activeWindowChanged, this,
+        &LinuxPlatform::onActiveWindowChanged);
+    addWindows(m_session->windows());
+    onActiveWindowChanged(m_session->activeWindow());
+}
+
+namespace {
+QString executableOf(int pid)
+{
+    if (pid <= 0)
+        return QString();
+    return QFileInfo(QStringLiteral("/proc/%1/exe").arg(pid)).symLinkTarget();
+}
+
+// The program a desktop entry starts, as a path when it can be found.
+QString entryExecutable(GAppInfo *info)
+{
+    const char *executable = g_app_info_get_executable(info);
+    if (!executable || !*executable)
+        return QString();
+    char *found = g_find_program_in_path(executable);
+    QString path = found ? QString::fromUtf8(found) : QString::fromUtf8(executable);
+    g_free(found);
+    const QString resolved = QFileInfo(path).canonicalFilePath();
+    return resolved.isEmpty() ? path : resolved;
+}
+} // namespace
+
+LinuxApp *LinuxPlatform::matchWindow(const X11Window &window) const
+{
+    auto byId = [this](const QByteArray &name) -> LinuxApp * {
+        QString id = QString::fromUtf8(name);
+        if (id.endsWith(desktopSuffix))
+            id.chop(desktopSuffix.size());
+        return id.isEmpty() ? nullptr : qobject_cast<LinuxApp *>(apps.value(id));
+    };
+    // 1. The GTK application id, 2. the KDE desktop file hint: both name the entry.
+    if (LinuxApp *app = byId(window.gtkApplicationId))
+        return app;
+    if (LinuxApp *app = byId(window.desktopFileName))
+        return app;
+    // 3. WM_CLASS against StartupWMClass, then against the entry's id.
+    const QString className = QString::fromUtf8(window.className);
+    const QString instanceName = QString::fromUtf8(window.instanceName);
+    auto sameName = [&](const QString &name) {
+        return !name.isEmpty()
+            && (name.compare(className, Qt::CaseInsensitive) == 0
+                || name.compare(instanceName, Qt::CaseInsensitive) == 0);
+    };
+    for (App *app : installedApps) {
+        auto *linuxApp = static_cast<LinuxApp *>(app);
+        if (GAppInfo *info = linuxApp->appInfo(); info && G_IS_DESKTOP_APP_INFO(info)) {
+            if (sameName(fromUtf8(g_desktop_app_info_get_startup_wm_class(G_DESKTOP_APP_INFO(info)))))
+                return linuxApp;
+        }
+    }
+    for (App *app : installedApps) {
+        if (static_cast<LinuxApp *>(app)->appInfo() && sameName(app->id))
+            return static_cast<LinuxApp *>(app);
+    }
+    // 4. The program the window's process runs against the entry's Exec.
+    const QString executable = executableOf(window.pid);
+    if (!executable.isEmpty()) {
+        for (App *app : installedApps) {
+            auto *linuxApp = static_cast<LinuxApp *>(app);
+            if (linuxApp->appInfo() && entryExecutable(linuxApp->appInfo()) == executable)
+                return linuxApp;
+        }
+    }
+    // A program seen before without an entry.
+    const QString id = className.isEmpty() ? instanceName : className;
+    if (auto *known = qobject_cast<LinuxApp *>(apps.value(id)); known && !known->appInfo())
+        return known;
+    return nullptr;
+}
+
+LinuxApp *LinuxPlatform::appForWindow(const X11Window &window)
+{
+    if (!window.regular)
+        return nullptr;
+    if (LinuxApp *app = matchWindow(window))
+        return app;
+    // A program without a desktop entry: it is listed from its window, as an application
+    // started from outside the usual places is.
+    QString id = QString::fromUtf8(window.className.isEmpty() ? window.instanceName : window.className);
+    if (id.isEmpty())
+        id = QStringLiteral("window-%1").arg(window.pid);
+    auto *app = new LinuxApp(id, nullptr, this);
+    app->session = m_session;
+    app->name = !window.className.isEmpty() ? QString::fromUtf8(window.className) : window.title;
+    app->path = executableOf(window.pid);
+    app->icon = m_session->windowIcon(window.id);
+    installedApps.append(app);
+    apps.insert(app->id, app);
+    emit installedAppsChanged();
+    return app;
+}
+
+void LinuxPlatform::addWindows(const QList<WId> &windows)
+{
+    bool changed = false;
+    for (WId id : windows) {
+        if (m_windowApps.contains(id))
+            continue;
+        LinuxApp *app = appForWindow(m_session->window(id));
+        if (!app)
+            continue;
+        m_windowApps.insert(id, app);
+        app->windows.append(id);
+        // An application starts running with its first regular window.
+        if (app->windows.size() == 1) {
+            app->setRunning(true);
+            runningApps.append(app);
+            emit appLaunched(app);
+            changed = true;
+        }
+    }
+    if (changed)
+        emit runningAppsChanged();
+}
+
+void LinuxPlatform::removeWindows(const QList<WId> &windows)
+{
+    bool changed = false;
+    for (WId id : windows) {
+        LinuxApp *app = m_windowApps.take(id);
+        if (!app)
+            continue;
+        app->windows.removeAll(id);
+        if (app->windows.isEmpty()) {
+            app->setRunning(false);
+            runningApps.removeOne(app);
+            emit appTerminated(app);
+            changed = true;
+        }
+    }
+    if (changed)
+        emit runningAppsChanged();
+}
+
+void LinuxPlatform::onWindowChanged(WId window)
+{
+    // A window may turn regular (mapped as normal after all) or stop being so (skip-taskbar).
+    const bool regular = m_session->window(window).regular;
+    if (regular && !m_windowApps.contains(window))
+        addWindows({ window });
+    else if (!regular && m_windowApps.contains(window))
+        removeWindows({ window });
+}
+
+void LinuxPlatform::onActiveWindowChanged(WId window)
+{
+    // Dialogs and docks leave the application as it was; an unknown window has none.
+    LinuxApp *app = m_windowApps.value(window);
+    if (!app && window) {
+        const X11Window info = m_session->window(window);
+        if (!info.regular)
+            app = matchWindow(info);
+    }
+    setCurrentApp(app);
 }
 
 QString LinuxPlatform::autostartFile()

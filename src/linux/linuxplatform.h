@@ -2,9 +2,14 @@
 
 #include "platform.h"
 
+#include <QHash>
+#include <QWindow>
+
 typedef struct _GAppInfoMonitor GAppInfoMonitor;
 
 class LinuxApp;
+class X11Session;
+struct X11Window;
 
 // The Linux desktop: applications from the desktop entries GIO knows, files through GIO and
 // the freedesktop MIME and icon-theme databases. What this machine cannot do yet is listed in
@@ -18,6 +23,10 @@ public:
 
     // Where the login item lives: $XDG_CONFIG_HOME/autostart/velm-server.desktop.
     static QString autostartFile();
+    // Null without an X server.
+    X11Session *session() const { return m_session; }
+    // The application a window belongs to, found as for a new window (no App is made).
+    LinuxApp *matchWindow(const X11Window &window) const;
 
 public slots:
     void init() override;
@@ -51,5 +60,17 @@ private:
     static void appInfoChangedCallback(GAppInfoMonitor *, void *self);
     QPixmap iconForMimeType(const QString &mimeName, int size) const;
 
+    // Running applications, followed through their windows.
+    void startObserving();
+    void addWindows(const QList<WId> &windows);
+    void removeWindows(const QList<WId> &windows);
+    void onWindowChanged(WId window);
+    void onActiveWindowChanged(WId window);
+    // The application of a regular window, made on first sight when no entry matches.
+    LinuxApp *appForWindow(const X11Window &window);
+
     GAppInfoMonitor *m_monitor = nullptr;
+    X11Session *m_session = nullptr;
+    bool m_observing = false;
+    QHash<WId, LinuxApp *> m_windowApps;
 };

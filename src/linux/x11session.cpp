@@ -1,0 +1,272 @@
+#include "x11session.h"
+
+#include "linuxlogging.h"
+
+#include <KWindowInfo>
+#include <KWindowSystem>
+#include <KX11Extras>
+#include <NETWM>
+#include <QElapsedTimer>
+#include <QGuiApplication>
+#include <QThread>
+#include <QX11Info>
+
+#include <xcb/xcb.h>
+#include <xcb/xtest.h>
+#include <xkbcommon/xkbcommon-x11.h>
+#include <xkbcommon/xkbcommon.h>
+
+namespace {
+// Window types that never stand for an application.
+constexpr NET::WindowTypes typeMask = NET::NormalMask | NET::DesktopMask | NET::DockMask
+    | NET::ToolbarMask | NET::MenuMask | NET::DialogMask | NET::UtilityMask | NET::SplashMask
+    | NET::TopMenuMask | NET::NotificationMask | NET::OnScreenDisplayMask;
+}
+
+X11Session::X11Session(QObject *parent)
+    : QObject(parent)
+{
+    if (!available())
+        return;
+    connection = QX11Info::connection();
+    KX11Extras *extras = KX11Extras::self();
+    connect(extras, &KX11Extras::windowAdded, this, &X11Session::windowAdded);
+    connect(extras, &KX11Extras::windowRemoved, this, &X11Session::windowRemoved);
+    connect(extras, &KX11Extras::activeWindowChanged, this, &X11Session::activeWindowChanged);
+    connect(extras,
+        static_cast<void (KX11Extras::*)(WId, NET::Properties, NET::Properties2)>(
+            &KX11Extras::windowChanged),
+        this, [this](WId id, NET::Properties properties, NET::Properties2 properties2) {
+            if (properties & (NET::WMState | NET::WMWindowType | NET::WMName | NET::WMPid)
+                || properties2 & (NET::WM2WindowClass | NET::WM2DesktopFileName
+                    | NET::WM2GTKApplicationId))
+                emit windowChanged(id);
+        });
+
+    // The keyboard layout of the core keyboard, as the server has it now.
+    if (xkb_x11_setup_xkb_extension(connection, XKB_X11_MIN_MAJOR_XKB_VERSION,
+            XKB_X11_MIN_MINOR_XKB_VERSION, XKB_X11_SETUP_XKB_EXTENSION_NO_FLAGS, nullptr,
+            nullptr, nullptr, nullptr)) {
+        context = xkb_context_new(XKB_CONTEXT_NO_FLAGS);
+        const int32_t device = xkb_x11_get_core_keyboard_device_id(connection);
+        if (context && device >= 0)
+            keymap = xkb_x11_keymap_new_from_device(
+                context, connection, device, XKB_KEYMAP_COMPILE_NO_FLAGS);
+    }
+    if (!keymap)
+        qCWarning(lcLinux) << "No keyboard layout from the X server";
+}
+
+X11Session::~X11Session()
+{
+    if (keymap)
+        xkb_keymap_unref(keymap);
+    if (context)
+        xkb_context_unref(context);
+}
+
+bool X11Session::available()
+{
+    return KWindowSystem::isPlatformX11() && QX11Info::connection() != nullptr;
+}
+
+QList<WId> X11Session::windows() const
+{
+    return connection ? KX11Extras::windows() : QList<WId>();
+}
+
+QList<WId> X11Session::stackingOrder() const
+{
+    return connection ? KX11Extras::stackingOrder() : QList<WId>();
+}
+
+WId X11Session::activeWindow() const
+{
+    return connection ? KX11Extras::activeWindow() : 0;
+}
+
+X11Window X11Session::window(WId id) const
+{
+    X11Window result;
+    result.id = id;
+    if (!connection)
+        return result;
+    const KWindowInfo info(id, NET::WMWindowType | NET::WMState | NET::WMPid | NET::WMName,
+        NET::WM2WindowClass | NET::WM2DesktopFileName | NET::WM2GTKApplicationId
+            | NET::WM2AllowedActions | NET::WM2TransientFor);
+    if (!info.valid())
+        return result;
+    const NET::WindowType type = info.windowType(typeMask);
+    // Untyped windows are normal unless they are transient for another (dialogs).
+    const bool normal = type == NET::Normal || (type == NET::Unknown && !info.transientFor());
+    result.regular = normal && !info.hasState(NET::SkipTaskbar);
+    result.gtkApplicationId = info.gtkApplicationId();
+    result.desktopFileName = info.desktopFileName();
+    result.className = info.windowClassClass();
+    result.instanceName = info.windowClassName();
+    result.pid = info.pid();
+    result.title = info.name();
+    result.minimized = info.isMinimized();
+    result.maximized = info.hasState(NET::Max);
+    result.fullscreen = info.hasState(NET::FullScreen);
+    result.fullscreenAllowed = info.actionSupported(NET::ActionFullScreen);
+    return result;
+}
+
+QIcon X11Session::windowIcon(WId id) const
+{
+    QIcon icon;
+    if (!connection)
+        return icon;
+    for (int size : { 32, 48, 128, 256 }) {
+        const QPixmap pixmap = KX11Extras::icon(id, size, size, false, KX11Extras::NETWM);
+        if (!pixmap.isNull() && !icon.availableSizes().contains(pixmap.size()))
+            icon.addPixmap(pixmap);
+    }
+    return icon;
+}
+
+void X11Session::activate(WId id)
+{
+    if (!connection)
+        return;
+    if (KWindowInfo(id, NET::WMState).isMinimized())
+        KX11Extras::unminimizeWindow(id);
+    // As a pager asks: window managers honour that over their focus-stealing prevention.
+    KX11Extras::forceActiveWindow(id);
+    xcb_flush(connection);
+}
+
+void X11Session::minimize(WId id)
+{
+    if (!connection)
+        return;
+    KX11Extras::minimizeWindow(id);
+    xcb_flush(connection);
+}
+
+void X11Session::close(WId id)
+{
+    if (!connection)
+        return;
+    NETRootInfo root(connection, NET::CloseWindow);
+    root.closeWindowRequest(id);
+    xcb_flush(connection);
+}
+
+void X11Session::setMaximized(WId id, bool on)
+{
+    if (!connection)
+        return;
+    NETWinInfo info(connection, id, QX11Info::appRootWindow(), NET::WMState, NET::Properties2());
+    info.setState(on ? NET::Max : NET::States(), NET::Max);
+    xcb_flush(connection);
+}
+
+void X11Session::setFullscreen(WId id, bool on)
+{
+    if (!connection)
+        return;
+    NETWinInfo info(connection, id, QX11Info::appRootWindow(), NET::WMState, NET::Properties2());
+    info.setState(on ? NET::FullScreen : NET::States(), NET::FullScreen);
+    xcb_flush(connection);
+}
+
+bool X11Session::fullscreenSupported() const
+{
+    if (!connection)
+        return false;
+    const NETRootInfo root(connection, NET::Supported);
+    return root.isSupported(NET::FullScreen);
+}
+
+bool X11Session::waitUntilActive(WId id, int timeout)
+{
+    if (!connection)
+        return false;
+    QElapsedTimer timer;
+    timer.start();
+    for (;;) {
+        const NETRootInfo root(connection, NET::ActiveWindow);
+        if (root.activeWindow() == id)
+            return true;
+        if (timer.elapsed() >= timeout)
+            return false;
+        QThread::msleep(5);
+    }
+}
+
+void X11Session::scroll(bool up)
+{
+    if (!connection)
+        return;
+    const uint8_t button = up ? 4 : 5;
+    xcb_test_fake_input(connection, XCB_BUTTON_PRESS, button, XCB_CURRENT_TIME, XCB_NONE, 0, 0, 0);
+    xcb_test_fake_input(
+        connection, XCB_BUTTON_RELEASE, button, XCB_CURRENT_TIME, XCB_NONE, 0, 0, 0);
+    xcb_flush(connection);
+}
+
+unsigned X11Session::keycodeFor(unsigned keysym) const
+{
+    if (!keymap)
+        return 0;
+    unsigned fallback = 0;
+    const xkb_keycode_t min = xkb_keymap_min_keycode(keymap);
+    const xkb_keycode_t max = xkb_keymap_max_keycode(keymap);
+    for (xkb_keycode_t code = min; code <= max; ++code) {
+        const xkb_level_index_t levels = xkb_keymap_num_levels_for_key(keymap, code, 0);
+        for (xkb_level_index_t level = 0; level < levels; ++level) {
+            const xkb_keysym_t *syms = nullptr;
+            const int count = xkb_keymap_key_get_syms_by_level(keymap, code, 0, level, &syms);
+            for (int i = 0; i < count; ++i) {
+                if (syms[i] != keysym)
+                    continue;
+                if (level == 0)
+                    return code;
+                if (!fallback)
+                    fallback = code;
+            }
+        }
+    }
+    return fallback;
+}
+
+QHash<QByteArray, unsigned> X11Session::layoutCharacters() const
+{
+    QHash<QByteArray, unsigned> table;
+    if (!keymap)
+        return table;
+    const xkb_keycode_t min = xkb_keymap_min_keycode(keymap);
+    const xkb_keycode_t max = xkb_keymap_max_keycode(keymap);
+    for (xkb_keycode_t code = min; code <= max && code <= 255; ++code) {
+        const xkb_keysym_t *syms = nullptr;
+        if (xkb_keymap_key_get_syms_by_level(keymap, code, 0, 0, &syms) < 1)
+            continue;
+        char text[16] = {};
+        const int size = xkb_keysym_to_utf8(syms[0], text, sizeof text);
+        // Control characters (Return, Tab, Escape) are named keys, not text.
+        if (size > 1 && static_cast<unsigned char>(text[0]) >= 0x20 && text[0] != 0x7f)
+            table.insert(QByteArray(text), code);
+    }
+    return table;
+}
+
+void X11Session::fakeKey(unsigned keycode, bool press)
+{
+    xcb_test_fake_input(connection, press ? XCB_KEY_PRESS : XCB_KEY_RELEASE, uint8_t(keycode),
+        XCB_CURRENT_TIME, XCB_NONE, 0, 0, 0);
+}
+
+void X11Session::pressChord(const QList<unsigned> &modifierKeycodes, unsigned keycode)
+{
+    if (!connection || !keycode)
+        return;
+    for (unsigned modifier : modifierKeycodes)
+        fakeKey(modifier, true);
+    fakeKey(keycode, true);
+    fakeKey(keycode, false);
+    for (auto it = modifierKeycodes.crbegin(); it != modifierKeycodes.crend(); ++it)
+        fakeKey(*it, false);
+    xcb_flush(connection);
+}
