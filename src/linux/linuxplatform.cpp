@@ -319,6 +319,9 @@ void LinuxPlatform::addWindows(const QList<WId> &windows)
             continue;
         m_windowApps.insert(id, app);
         app->windows.append(id);
+        // Activation may have been announced while the window was not listed yet.
+        if (id == m_session->activeWindow() && currentApp != app)
+            setCurrentApp(app);
         // An application starts running with its first regular window.
         if (app->windows.size() == 1) {
             app->setRunning(true);
@@ -354,14 +357,20 @@ void LinuxPlatform::onWindowChanged(WId window)
 {
     // A window may turn regular (mapped as normal after all) or stop being so (skip-taskbar).
     const bool regular = m_session->window(window).regular;
-    if (regular && !m_windowApps.contains(window))
+    if (regular && !m_windowApps.contains(window)) {
         addWindows({ window });
-    else if (!regular && m_windowApps.contains(window))
+        if (window == m_session->activeWindow())
+            onActiveWindowChanged(window);
+    } else if (!regular && m_windowApps.contains(window)) {
         removeWindows({ window });
+    }
 }
 
 void LinuxPlatform::onActiveWindowChanged(WId window)
 {
+    // The window manager may announce the new active window before the client list has it.
+    if (window && !m_windowApps.contains(window))
+        addWindows({ window });
     // Dialogs and docks leave the application as it was; an unknown window has none.
     LinuxApp *app = m_windowApps.value(window);
     if (!app && window) {
