@@ -7,11 +7,13 @@
 #include "platform.h"
 #include "server.h"
 
-#include <QGuiApplication>
 #include <QJsonArray>
-#include <QScreen>
 
 using HandlerUtils::platform;
+
+namespace {
+constexpr int maxIconSize = 1024;
+}
 
 void InstalledAppsHandler::handle(const QJsonObject &, QWebSocket *socket)
 {
@@ -46,19 +48,10 @@ void AppIconHandler::handle(const QJsonObject &message, QWebSocket *socket)
     const QString id = message.value(L::id).toString();
     App *app = id.isEmpty() ? nullptr : platform()->appforId(id);
     const int size = message.value(L::size).toInt();
-    if (!app || size < 16)
+    // Bigger than any screen shows an icon: refused, as a 40-gigabyte picture would be.
+    if (!app || size < 16 || size > maxIconSize)
         return;
-    QPixmap pixmap = app->icon.pixmap(size, size);
-    if (pixmap.width() != size) {
-        // On a high-density screen the icon answers a logical size with more pixels.
-        const QScreen *screen = QGuiApplication::primaryScreen();
-        const qreal ratio = screen ? screen->devicePixelRatio() : 1.0;
-        const int logical = int(size / ratio);
-        pixmap = app->icon.pixmap(logical, logical);
-    }
-    if (pixmap.width() != size && !pixmap.isNull())
-        pixmap = pixmap.scaled(size, size, Qt::KeepAspectRatio, Qt::SmoothTransformation);
     const QJsonObject reply { { L::method, name }, { L::id, id }, { L::size, size } };
     server->sendMessage(
-        socket, reply, Server::MessagePart { Server::Png, HandlerUtils::toPng(pixmap) });
+        socket, reply, Server::MessagePart { Server::Png, app->iconPng(size) });
 }

@@ -2,6 +2,7 @@
 
 #include "menuitem.h"
 
+#include <QHash>
 #include <QIcon>
 #include <QObject>
 #include <QString>
@@ -51,6 +52,10 @@ public:
     void performKeySequences(const QVector<QString> &sequences);
     static bool nameComparator(App *a, App *b);
     static bool lastRunComparator(App *a, App *b);
+
+    // The icon as a square PNG of `size` pixels; each size is encoded once and kept until the
+    // icon changes (clients ask for the same sizes again and again).
+    QByteArray iconPng(int size);
 
     // Records the focused element and broadcasts it ("fe") while anyone is connected.
     void setFocusRole(
@@ -102,4 +107,9 @@ public slots:
     virtual void performMenu(const QString &menuId) = 0;
     virtual void setFocusValue(const QString &value) = 0;
     virtual void performFocusedElement() = 0;
+
+private:
+    QPixmap iconPixmap(int size) const;
+    qint64 iconPngKey = 0;
+    QHash<int, QByteArray> iconPngs;
 };

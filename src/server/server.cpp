@@ -16,6 +16,12 @@
 #include <QUrlQuery>
 #include <QWebSocket>
 #include <QWebSocketServer>
+
+#include <cerrno>
+#include <cstring>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
 #include <QtEndian>
 
 #include <cstring>
@@ -148,6 +154,14 @@ void Server::startWebSocketServer()
     webSocketServer = new QWebSocketServer(Constants::NAME, QWebSocketServer::NonSecureMode);
 
     if (webSocketServer->listen(QHostAddress::Any, port)) {
+        // A reply with an attachment leaves in several writes; with Nagle's algorithm the last
+        // piece would wait for the client's delayed acknowledgement (40 ms). Connections
+        // accepted from the listening socket inherit this; QWebSocket has no option for it.
+        const int on = 1;
+        if (::setsockopt(int(webSocketServer->socketDescriptor()), IPPROTO_TCP, TCP_NODELAY, &on,
+                sizeof on)
+            != 0)
+            qCWarning(lcServer) << "Cannot set TCP_NODELAY" << strerror(errno);
         connect(webSocketServer, &QWebSocketServer::newConnection, this, &Server::onNewConnection);
         connect(webSocketServer, &QWebSocketServer::closed, this, &Server::onServerClosed);
         settings.setValue(QStringLiteral("lastUsedPort"), uint(port));
@@ -177,6 +191,7 @@ void Server::onNewConnection()
         return;
     // The endpoint is replaced on restart; its connections must outlive it.
     socket->setParent(this);
+
     socket->setMaxAllowedIncomingMessageSize(maxIncomingMessageSize);
     socket->setMaxAllowedIncomingFrameSize(maxIncomingMessageSize);
     connections.append(socket);

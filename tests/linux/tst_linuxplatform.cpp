@@ -2,6 +2,7 @@
 #include "core.h"
 #include "idle.h"
 #include "l.h"
+#include "linuxapp.h"
 #include "linuxplatform.h"
 #include "logcapture.h"
 #include "protocolclient.h"
@@ -70,6 +71,7 @@ private slots:
     void appsForFileAndOpen();
     void autostartEntry();
     void unsupportedIsHonest();
+    void withoutXWindowOperationsDoNothing();
     void idleWithoutScreenSaverLogsOnce();
     void installedAppsOverTheWire();
 
@@ -266,6 +268,34 @@ void TestLinuxPlatform::unsupportedIsHonest()
     for (const QString &code : { L::installedApps, L::appIcon, L::directoryListing, L::fileIcon,
              L::filePreview, L::fileOpen, L::fileApps, L::unsupported })
         QVERIFY2(!unsupported.contains(code), qPrintable(code));
+    // This process has no X server (offscreen): windows, the front application and input are
+    // out of reach; starting applications ("aa") still works through GIO.
+    for (const QString &code : { L::currentApp, L::closeApp, L::quitApp, L::toggleMinimizeApp,
+             L::toggleMaximizeApp, L::toggleFullscreenApp, L::appScroll, L::keySequence })
+        QVERIFY2(unsupported.contains(code), qPrintable(code));
+    QVERIFY(!unsupported.contains(L::activateApp));
+    QVERIFY(!platform->session());
+}
+
+void TestLinuxPlatform::withoutXWindowOperationsDoNothing()
+{
+    auto *app = qobject_cast<LinuxApp *>(platform->getInstalledApps().first());
+    QVERIFY(app);
+    QVERIFY(!app->session);
+    LogCapture log;
+    app->close();
+    app->toggleMiniminize();
+    app->toggleMaximize();
+    app->toggleFullscreen();
+    QVERIFY(!app->supportsFullscreen());
+    app->scroll(0, 5);
+    app->performKeySequence(QStringLiteral("Ctrl+c"));
+    app->quit();
+    QCOMPARE(log.lines().filter(QStringLiteral("No running application for")).size(), 1);
+    QVERIFY(!app->running);
+    platform->setActive(true);
+    QVERIFY(platform->getRunningApps().isEmpty());
+    QCOMPARE(platform->getCurrentApp(), nullptr);
 }
 
 void TestLinuxPlatform::idleWithoutScreenSaverLogsOnce()
