@@ -158,7 +158,7 @@ void Server::startWebSocketServer()
         // piece would wait for the client's delayed acknowledgement (40 ms). Connections
         // accepted from the listening socket inherit this; QWebSocket has no option for it.
         const int on = 1;
-        if (::setsockopt(int(webSocketServer->socketDescriptor()), IPPROTO_TCP, TCP_NODELAY, &on,
+        if (::setsockopt(int(webSocketServer->nativeDescriptor()), IPPROTO_TCP, TCP_NODELAY, &on,
                 sizeof on)
             != 0)
             qCWarning(lcServer) << "Cannot set TCP_NODELAY" << strerror(errno);
