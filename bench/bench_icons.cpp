@@ -75,7 +75,9 @@ int main(int argc, char *argv[])
     CoreFixture fixture;
     constexpr int apps = 40;
     for (int i = 0; i < apps; ++i)
-        fixture.platform->addApp(QStringLiteral("org.bench.App%1").arg(i), QStringLiteral("App %1").arg(i))->icon
+        fixture.platform
+            ->addApp(QStringLiteral("org.bench.App%1").arg(i), QStringLiteral("App %1").arg(i))
+            ->icon
             = sampleIcon(i % 5);
     if (!fixture.start())
         return 1;
@@ -102,8 +104,8 @@ int main(int argc, char *argv[])
     // Sends one request and runs the event loop until its answer is decoded.
     auto roundTrip = [&](const QJsonObject &request, const QString &code) {
         QEventLoop loop;
-        const QMetaObject::Connection done = QObject::connect(client, &ProtocolClient::frameReceived,
-            &loop, [&](const Frame &frame) {
+        const QMetaObject::Connection done = QObject::connect(
+            client, &ProtocolClient::frameReceived, &loop, [&](const Frame &frame) {
                 if (frame.method() == code)
                     loop.quit();
             });
@@ -116,8 +118,9 @@ int main(int argc, char *argv[])
         return timer.nsecsElapsed() / 1e6;
     };
     auto ask = [&](int i) {
-        return roundTrip(QJsonObject { { L::method, L::appIcon },
-                             { L::id, QStringLiteral("org.bench.App%1").arg(i) }, { L::size, 256 } },
+        return roundTrip(
+            QJsonObject { { L::method, L::appIcon },
+                { L::id, QStringLiteral("org.bench.App%1").arg(i) }, { L::size, 256 } },
             L::appIcon);
     };
     // The round trip of a tiny request, to see what the loopback and the encryption cost.
@@ -130,7 +133,9 @@ int main(int argc, char *argv[])
         first.push_back(ask(i));
     qint64 sentBytes = 0;
     for (int i = 0; i < apps; ++i)
-        sentBytes += fixture.platform->appforId(QStringLiteral("org.bench.App%1").arg(i))->iconPng(256).size();
+        sentBytes += fixture.platform->appforId(QStringLiteral("org.bench.App%1").arg(i))
+                         ->iconPng(256)
+                         .size();
     for (int round = 0; round < 10; ++round) {
         for (int i = 0; i < apps; ++i)
             again.push_back(ask(i));
@@ -141,11 +146,15 @@ int main(int argc, char *argv[])
     const Stats cold = stats(first);
     const Stats warm = stats(again);
     std::printf("app icons at 256 px, %d applications\n", apps);
-    std::printf("  plain render + PNG encode (Qt defaults)   p50 %7.3f ms  p99 %7.3f ms\n", base.p50, base.p99);
-    std::printf("  \"un\" round trip (loopback, encryption)    p50 %7.3f ms  p99 %7.3f ms\n", tiny.p50, tiny.p99);
-    std::printf("  \"ai\" first answer (render + encode)       p50 %7.3f ms  p99 %7.3f ms  ratio to plain %.2f\n",
+    std::printf("  plain render + PNG encode (Qt defaults)   p50 %7.3f ms  p99 %7.3f ms\n",
+        base.p50, base.p99);
+    std::printf("  \"un\" round trip (loopback, encryption)    p50 %7.3f ms  p99 %7.3f ms\n",
+        tiny.p50, tiny.p99);
+    std::printf("  \"ai\" first answer (render + encode)       p50 %7.3f ms  p99 %7.3f ms  ratio "
+                "to plain %.2f\n",
         cold.p50, cold.p99, cold.p50 / base.p50);
-    std::printf("  \"ai\" asked again (cached PNG)             p50 %7.3f ms  p99 %7.3f ms  ratio to plain %.2f\n",
+    std::printf("  \"ai\" asked again (cached PNG)             p50 %7.3f ms  p99 %7.3f ms  ratio "
+                "to plain %.2f\n",
         warm.p50, warm.p99, warm.p50 / base.p50);
     std::printf("  PNG size: default compression %lld bytes per icon, sent %lld (ratio %.2f)\n",
         plainBytes / apps, sentBytes / apps, double(sentBytes) / double(plainBytes));

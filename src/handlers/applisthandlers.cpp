@@ -52,6 +52,5 @@ void AppIconHandler::handle(const QJsonObject &message, QWebSocket *socket)
     if (!app || size < 16 || size > maxIconSize)
         return;
     const QJsonObject reply { { L::method, name }, { L::id, id }, { L::size, size } };
-    server->sendMessage(
-        socket, reply, Server::MessagePart { Server::Png, app->iconPng(size) });
+    server->sendMessage(socket, reply, Server::MessagePart { Server::Png, app->iconPng(size) });
 }

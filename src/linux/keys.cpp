@@ -44,7 +44,8 @@ Chord parse(const QString &shortcut)
 namespace {
 // The US layout on the evdev keycodes every current X server uses, for when the server gives no
 // layout. The apostrophe key is entered under the double quote, as on the other platform.
-const struct {
+const struct
+{
     const char *name;
     unsigned code;
 } usTable[] = { { "a", 38 }, { "b", 56 }, { "c", 54 }, { "d", 40 }, { "e", 26 }, { "f", 41 },
@@ -56,7 +57,8 @@ const struct {
     { "\"", 48 }, { ";", 47 }, { "\\", 51 }, { ",", 59 }, { "/", 61 }, { ".", 60 } };
 
 // Named keys and their keysyms, with the evdev keycode used when there is no layout.
-const struct {
+const struct
+{
     const char *name;
     unsigned keysym;
     unsigned code;

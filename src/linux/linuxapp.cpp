@@ -46,8 +46,8 @@ bool LinuxApp::launchWith(const QStringList &uris)
     GAppInfo *fromPath = nullptr;
     if (!info && !path.isEmpty() && QFileInfo(path).isExecutable()) {
         // A program known only by its window starts from its executable.
-        fromPath = g_app_info_create_from_commandline(QFile::encodeName(path).constData(),
-            nullptr, G_APP_INFO_CREATE_NONE, nullptr);
+        fromPath = g_app_info_create_from_commandline(
+            QFile::encodeName(path).constData(), nullptr, G_APP_INFO_CREATE_NONE, nullptr);
         info = fromPath;
     }
     if (!info) {

@@ -135,10 +135,7 @@ void LinuxPlatform::appInfoChangedCallback(GAppInfoMonitor *, void *self)
     static_cast<LinuxPlatform *>(self)->onAppInfoChanged();
 }
 
-void LinuxPlatform::onAppInfoChanged()
-{
-    findInstalledApps();
-}
+void LinuxPlatform::onAppInfoChanged() { findInstalledApps(); }
 
 void LinuxPlatform::findInstalledApps()
 {
@@ -174,8 +171,7 @@ void LinuxPlatform::findInstalledApps()
     QVector<App *> windowOnly;
     for (App *app : qAsConst(installedApps)) {
         auto *linuxApp = static_cast<LinuxApp *>(app);
-        if (!linuxApp->appInfo() && !linuxApp->windows.isEmpty()
-            && !found.contains(linuxApp))
+        if (!linuxApp->appInfo() && !linuxApp->windows.isEmpty() && !found.contains(linuxApp))
             windowOnly.append(app);
     }
     installedApps.clear();
@@ -207,11 +203,10 @@ void LinuxPlatform::startObserving()
     if (!m_session)
         return;
     connect(m_session, &X11Session::windowAdded, this, [this](WId id) { addWindows({ id }); });
-    connect(
-        m_session, &X11Session::windowRemoved, this, [this](WId id) { removeWindows({ id }); });
+    connect(m_session, &X11Session::windowRemoved, this, [this](WId id) { removeWindows({ id }); });
     connect(m_session, &X11Session::windowChanged, this, &LinuxPlatform::onWindowChanged);
-    connect(m_session, &X11Session::activeWindowChanged, this,
-        &LinuxPlatform::onActiveWindowChanged);
+    connect(
+        m_session, &X11Session::activeWindowChanged, this, &LinuxPlatform::onActiveWindowChanged);
     addWindows(m_session->windows());
     onActiveWindowChanged(m_session->activeWindow());
 }
@@ -262,7 +257,8 @@ LinuxApp *LinuxPlatform::matchWindow(const X11Window &window) const
     for (App *app : installedApps) {
         auto *linuxApp = static_cast<LinuxApp *>(app);
         if (GAppInfo *info = linuxApp->appInfo(); info && G_IS_DESKTOP_APP_INFO(info)) {
-            if (sameName(fromUtf8(g_desktop_app_info_get_startup_wm_class(G_DESKTOP_APP_INFO(info)))))
+            if (sameName(
+                    fromUtf8(g_desktop_app_info_get_startup_wm_class(G_DESKTOP_APP_INFO(info)))))
                 return linuxApp;
         }
     }
@@ -294,7 +290,8 @@ LinuxApp *LinuxPlatform::appForWindow(const X11Window &window)
         return app;
     // A program without a desktop entry: it is listed from its window, as an application
     // started from outside the usual places is.
-    QString id = QString::fromUtf8(window.className.isEmpty() ? window.instanceName : window.className);
+    QString id
+        = QString::fromUtf8(window.className.isEmpty() ? window.instanceName : window.className);
     if (id.isEmpty())
         id = QStringLiteral("window-%1").arg(window.pid);
     auto *app = new LinuxApp(id, nullptr, this);

@@ -21,7 +21,7 @@ namespace {
 constexpr NET::WindowTypes typeMask = NET::NormalMask | NET::DesktopMask | NET::DockMask
     | NET::ToolbarMask | NET::MenuMask | NET::DialogMask | NET::UtilityMask | NET::SplashMask
     | NET::TopMenuMask | NET::NotificationMask | NET::OnScreenDisplayMask;
-}
+} // namespace
 
 X11Session::X11Session(QObject *parent)
     : QObject(parent)
@@ -38,15 +38,15 @@ X11Session::X11Session(QObject *parent)
             &KX11Extras::windowChanged),
         this, [this](WId id, NET::Properties properties, NET::Properties2 properties2) {
             if (properties & (NET::WMState | NET::WMWindowType | NET::WMName | NET::WMPid)
-                || properties2 & (NET::WM2WindowClass | NET::WM2DesktopFileName
-                    | NET::WM2GTKApplicationId))
+                || properties2
+                    & (NET::WM2WindowClass | NET::WM2DesktopFileName | NET::WM2GTKApplicationId))
                 emit windowChanged(id);
         });
 
     // The keyboard layout of the core keyboard, as the server has it now.
     if (xkb_x11_setup_xkb_extension(connection, XKB_X11_MIN_MAJOR_XKB_VERSION,
-            XKB_X11_MIN_MINOR_XKB_VERSION, XKB_X11_SETUP_XKB_EXTENSION_NO_FLAGS, nullptr,
-            nullptr, nullptr, nullptr)) {
+            XKB_X11_MIN_MINOR_XKB_VERSION, XKB_X11_SETUP_XKB_EXTENSION_NO_FLAGS, nullptr, nullptr,
+            nullptr, nullptr)) {
         context = xkb_context_new(XKB_CONTEXT_NO_FLAGS);
         const int32_t device = xkb_x11_get_core_keyboard_device_id(connection);
         if (context && device >= 0)
@@ -70,20 +70,14 @@ bool X11Session::available()
     return KWindowSystem::isPlatformX11() && QX11Info::connection() != nullptr;
 }
 
-QList<WId> X11Session::windows() const
-{
-    return connection ? KX11Extras::windows() : QList<WId>();
-}
+QList<WId> X11Session::windows() const { return connection ? KX11Extras::windows() : QList<WId>(); }
 
 QList<WId> X11Session::stackingOrder() const
 {
     return connection ? KX11Extras::stackingOrder() : QList<WId>();
 }
 
-WId X11Session::activeWindow() const
-{
-    return connection ? KX11Extras::activeWindow() : 0;
-}
+WId X11Session::activeWindow() const { return connection ? KX11Extras::activeWindow() : 0; }
 
 X11Window X11Session::window(WId id) const
 {

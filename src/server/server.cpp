@@ -17,12 +17,12 @@
 #include <QWebSocket>
 #include <QWebSocketServer>
 
+#include <QtEndian>
 #include <cerrno>
 #include <cstring>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
-#include <QtEndian>
 
 #include <cstring>
 
@@ -158,8 +158,8 @@ void Server::startWebSocketServer()
         // piece would wait for the client's delayed acknowledgement (40 ms). Connections
         // accepted from the listening socket inherit this; QWebSocket has no option for it.
         const int on = 1;
-        if (::setsockopt(int(webSocketServer->nativeDescriptor()), IPPROTO_TCP, TCP_NODELAY, &on,
-                sizeof on)
+        if (::setsockopt(
+                int(webSocketServer->nativeDescriptor()), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on)
             != 0)
             qCWarning(lcServer) << "Cannot set TCP_NODELAY" << strerror(errno);
         connect(webSocketServer, &QWebSocketServer::newConnection, this, &Server::onNewConnection);

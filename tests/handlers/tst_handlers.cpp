@@ -21,10 +21,10 @@ QJsonObject req(const QString &code, const QJsonObject &rest = QJsonObject())
     return message;
 }
 
-QPixmap solid(int width, int height)
+QPixmap solid(int width, int height, const QColor &color = Qt::red)
 {
     QPixmap pixmap(width, height);
-    pixmap.fill(Qt::red);
+    pixmap.fill(color);
     return pixmap;
 }
 
@@ -51,6 +51,7 @@ private slots:
     void runningAppsRequestGetsNoReply();
     void appIconSizes();
     void appIconUnknownOrEmpty();
+    void appIconCachedUntilItChanges();
 
     // Application control
     void activateFallsBackToCurrentApp();
@@ -201,6 +202,37 @@ void TestHandlers::appIconUnknownOrEmpty()
     QVERIFY(f.requestAndSettle(client, req(L::appIcon, { { L::size, 32 } })));
     QVERIFY(f.requestAndSettle(client, req(L::appIcon, { { L::id, QStringLiteral("a") } })));
     QCOMPARE(client->framesWith(L::appIcon).size(), 0);
+}
+
+void TestHandlers::appIconCachedUntilItChanges()
+{
+    CoreFixture f;
+    FakeApp *app = f.platform->addApp(QStringLiteral("a"), QStringLiteral("A"));
+    app->icon = QIcon(solid(256, 256, Qt::red));
+    QVERIFY(f.start());
+    ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    auto png = [&](int size) {
+        const auto reply = f.request(client,
+            req(L::appIcon, { { L::id, QStringLiteral("a") }, { L::size, size } }), L::appIcon);
+        return reply ? reply->parts.at(0).second : QByteArray();
+    };
+    const QByteArray red = png(64);
+    QCOMPARE(QColor(decodePng(red).pixel(5, 5)), QColor(Qt::red));
+    QCOMPARE(app->iconPng(64), red);
+    // The same bytes again, from the cache; another size is its own entry.
+    QCOMPARE(png(64), red);
+    QCOMPARE(decodePng(png(32)).size(), QSize(32, 32));
+    // A new icon is seen at once.
+    app->icon = QIcon(solid(256, 256, Qt::blue));
+    const QByteArray blue = png(64);
+    QCOMPARE(QColor(decodePng(blue).pixel(5, 5)), QColor(Qt::blue));
+    // Many sizes do not pile up, and absurd sizes get no answer.
+    for (int size = 16; size < 60; ++size)
+        QVERIFY(!png(size).isEmpty());
+    QCOMPARE(decodePng(png(1024)).size(), QSize(1024, 1024));
+    QVERIFY(f.requestAndSettle(
+        client, req(L::appIcon, { { L::id, QStringLiteral("a") }, { L::size, 100000 } })));
+    QCOMPARE(client->framesWith(L::appIcon).last().object.value(L::size).toInt(), 1024);
 }
 
 void TestHandlers::activateFallsBackToCurrentApp()

@@ -38,16 +38,18 @@ void TestKeys::shortcuts_data()
     QTest::addColumn<QString>("shortcut");
     QTest::addColumn<int>("modifiers");
     QTest::addColumn<QByteArray>("key");
-    QTest::newRow("Ctrl+Shift+T") << "Ctrl+Shift+T" << int(Keys::Ctrl | Keys::Shift) << QByteArray("t");
+    QTest::newRow("Ctrl+Shift+T") << "Ctrl+Shift+T" << int(Keys::Ctrl | Keys::Shift)
+                                  << QByteArray("t");
     // "ctrl" is no modifier word: it is a key, replaced by the later "c".
     QTest::newRow("ctrl+c") << "ctrl+c" << 0 << QByteArray("c");
     QTest::newRow("Ctrl+,") << "Ctrl+," << int(Keys::Ctrl) << QByteArray(",");
     QTest::newRow("x,Ctrl+,") << "x,Ctrl+," << 0 << QByteArray(",");
     QTest::newRow("Ctrl+Alt: no key") << "Ctrl+Alt" << int(Keys::Ctrl | Keys::Alt) << QByteArray();
     QTest::newRow("Ctrl++ is the plus key") << "Ctrl++" << int(Keys::Ctrl) << QByteArray("+");
-    QTest::newRow("Meta and Alt") << "Meta+Alt+F5" << int(Keys::Meta | Keys::Alt) << QByteArray("f5");
-    QTest::newRow("only ASCII letters fold") << QString::fromUtf8("Shift+É") << int(Keys::Shift)
-                                             << QByteArray("\xc3\x89");
+    QTest::newRow("Meta and Alt") << "Meta+Alt+F5" << int(Keys::Meta | Keys::Alt)
+                                  << QByteArray("f5");
+    QTest::newRow("only ASCII letters fold")
+        << QString::fromUtf8("Shift+É") << int(Keys::Shift) << QByteArray("\xc3\x89");
 }
 
 void TestKeys::shortcuts()

@@ -1,4 +1,5 @@
 #include "core.h"
+#include "keys.h"
 #include "l.h"
 #include "linuxapp.h"
 #include "linuxplatform.h"
@@ -7,7 +8,6 @@
 #include "server.h"
 #include "serverfixture.h"
 #include "testenvironment.h"
-#include "keys.h"
 #include "x11session.h"
 
 #include <QApplication>
@@ -42,8 +42,8 @@ QString netState(WId window)
 
 WId activeWindow()
 {
-    const QString line = run(QStringLiteral("xprop"),
-        { QStringLiteral("-root"), QStringLiteral("_NET_ACTIVE_WINDOW") });
+    const QString line = run(
+        QStringLiteral("xprop"), { QStringLiteral("-root"), QStringLiteral("_NET_ACTIVE_WINDOW") });
     return line.section(QLatin1Char('#'), 1).trimmed().toULong(nullptr, 16);
 }
 
@@ -64,9 +64,14 @@ struct Probe
     QStringList keys() const { return lines().filter(QRegularExpression(QStringLiteral("^key "))); }
     bool waitReady()
     {
-        if (!QTest::qWaitFor([this] { return !lines().filter(QStringLiteral("ready ")).isEmpty(); }, 10000))
+        if (!QTest::qWaitFor(
+                [this] { return !lines().filter(QStringLiteral("ready ")).isEmpty(); }, 10000))
             return false;
-        window = lines().filter(QStringLiteral("ready ")).first().section(QLatin1Char(' '), 1).toULong();
+        window = lines()
+                     .filter(QStringLiteral("ready "))
+                     .first()
+                     .section(QLatin1Char(' '), 1)
+                     .toULong();
         return window != 0;
     }
     ~Probe()
@@ -166,11 +171,13 @@ void TestX11Windows::initTestCase()
         entry.write(body.toUtf8());
     };
     writeEntry(QStringLiteral("velm-probe.desktop"),
-        QStringLiteral("[Desktop Entry]\nType=Application\nName=Velm Probe\nExec=%1 --class probeclass "
-                       "--title Launched --log %2\nStartupWMClass=Probeclass\nStartupNotify=true\n")
+        QStringLiteral(
+            "[Desktop Entry]\nType=Application\nName=Velm Probe\nExec=%1 --class probeclass "
+            "--title Launched --log %2\nStartupWMClass=Probeclass\nStartupNotify=true\n")
             .arg(probePath, data.filePath(QStringLiteral("launched.log"))));
     writeEntry(QStringLiteral("velm-exec-probe.desktop"),
-        QStringLiteral("[Desktop Entry]\nType=Application\nName=Exec Probe\nExec=%1\n").arg(execProbePath));
+        QStringLiteral("[Desktop Entry]\nType=Application\nName=Exec Probe\nExec=%1\n")
+            .arg(execProbePath));
     qputenv("XDG_DATA_HOME", data.path().toUtf8());
 
     platform = new LinuxPlatform;
@@ -213,7 +220,8 @@ void TestX11Windows::installedListOverTheWire()
 {
     client->send(QJsonObject { { L::method, L::installedApps } });
     QTRY_VERIFY(!client->framesWith(L::installedApps).isEmpty());
-    const QJsonArray apps = client->framesWith(L::installedApps).last().object.value(L::apps).toArray();
+    const QJsonArray apps
+        = client->framesWith(L::installedApps).last().object.value(L::apps).toArray();
     QStringList ids;
     for (const QJsonValue &entry : apps)
         ids << entry.toObject().value(L::id).toString();
@@ -228,7 +236,8 @@ Probe *TestX11Windows::launchedProbe()
     probe->log = data.filePath(QStringLiteral("launched.log"));
     QFile::remove(probe->log);
     probes << probe;
-    if (!send(QJsonObject { { L::method, L::activateApp }, { L::id, QStringLiteral("velm-probe") } }))
+    if (!send(
+            QJsonObject { { L::method, L::activateApp }, { L::id, QStringLiteral("velm-probe") } }))
         return nullptr;
     if (!probe->waitReady())
         return nullptr;
@@ -259,14 +268,19 @@ void TestX11Windows::activateLaunchesAndFollowsTheFront()
     const int before = client->framesWith(L::installedApps).size();
     client->send(QJsonObject { { L::method, L::installedApps } });
     QTRY_VERIFY(client->framesWith(L::installedApps).size() > before);
-    const QJsonObject first
-        = client->framesWith(L::installedApps).last().object.value(L::apps).toArray().first().toObject();
+    const QJsonObject first = client->framesWith(L::installedApps)
+                                  .last()
+                                  .object.value(L::apps)
+                                  .toArray()
+                                  .first()
+                                  .toObject();
     QCOMPARE(first.value(L::id).toString(), QStringLiteral("velm-probe"));
     QCOMPARE(first.value(L::status).toString(), L::running);
 
     // Its window closes: it stops running, once.
     QSignalSpy terminated(platform, &Platform::appTerminated);
-    QVERIFY(send(QJsonObject { { L::method, L::quitApp }, { L::id, QStringLiteral("velm-probe") } }));
+    QVERIFY(
+        send(QJsonObject { { L::method, L::quitApp }, { L::id, QStringLiteral("velm-probe") } }));
     QTRY_VERIFY(!probeApp->running);
     QCOMPARE(terminated.count(), 1);
     QVERIFY(!platform->getRunningApps().contains(probeApp));
@@ -275,7 +289,8 @@ void TestX11Windows::activateLaunchesAndFollowsTheFront()
 void TestX11Windows::programWithoutEntryIsListedFromItsWindow()
 {
     QSignalSpy installed(platform, &Platform::installedAppsChanged);
-    Probe *probe = startProbe({ QStringLiteral("--class"), QStringLiteral("orphan"), QStringLiteral("--red-icon") },
+    Probe *probe = startProbe(
+        { QStringLiteral("--class"), QStringLiteral("orphan"), QStringLiteral("--red-icon") },
         orphanPath);
     QVERIFY(probe->waitReady());
     QTRY_VERIFY(app(QStringLiteral("orphan")));
@@ -295,7 +310,8 @@ void TestX11Windows::programWithoutEntryIsListedFromItsWindow()
     client->send(QJsonObject { { L::method, L::installedApps } });
     QTRY_VERIFY(client->framesWith(L::installedApps).size() > before);
     bool listed = false;
-    for (const QJsonValue &entry : client->framesWith(L::installedApps).last().object.value(L::apps).toArray())
+    for (const QJsonValue &entry :
+        client->framesWith(L::installedApps).last().object.value(L::apps).toArray())
         listed |= entry.toObject().value(L::id).toString() == QLatin1String("orphan")
             && entry.toObject().value(L::status).toString() == L::running;
     QVERIFY(listed);
@@ -306,9 +322,11 @@ void TestX11Windows::matchedByStartupClassAndByExecutable()
     // xterm's entry names its class (StartupWMClass=XTerm).
     QProcess xterm;
     xterm.start(QStringLiteral("xterm"), { QStringLiteral("-T"), QStringLiteral("velm-xterm") });
-    QTRY_VERIFY_WITH_TIMEOUT(app(QStringLiteral("debian-xterm")) && app(QStringLiteral("debian-xterm"))->running, 10000);
+    QTRY_VERIFY_WITH_TIMEOUT(
+        app(QStringLiteral("debian-xterm")) && app(QStringLiteral("debian-xterm"))->running, 10000);
     // A class nobody knows, run by the program an entry starts: matched by that program.
-    Probe *probe = startProbe({ QStringLiteral("--class"), QStringLiteral("unrelatedclass") }, execProbePath);
+    Probe *probe = startProbe(
+        { QStringLiteral("--class"), QStringLiteral("unrelatedclass") }, execProbePath);
     QVERIFY(probe->waitReady());
     QTRY_VERIFY(app(QStringLiteral("velm-exec-probe"))->running);
     QVERIFY(!app(QStringLiteral("unrelatedclass")));
@@ -320,12 +338,17 @@ void TestX11Windows::matchedByStartupClassAndByExecutable()
 void TestX11Windows::docksAndSkipTaskbarWindowsAreNoApplications()
 {
     const int before = platform->getInstalledApps().size();
-    Probe *dock = startProbe({ QStringLiteral("--class"), QStringLiteral("dockprobe"), QStringLiteral("--dock") }, orphanPath);
-    Probe *hidden = startProbe({ QStringLiteral("--class"), QStringLiteral("skipprobe"), QStringLiteral("--skip-taskbar") }, orphanPath);
+    Probe *dock = startProbe(
+        { QStringLiteral("--class"), QStringLiteral("dockprobe"), QStringLiteral("--dock") },
+        orphanPath);
+    Probe *hidden = startProbe({ QStringLiteral("--class"), QStringLiteral("skipprobe"),
+                                   QStringLiteral("--skip-taskbar") },
+        orphanPath);
     QVERIFY(dock->waitReady());
     QVERIFY(hidden->waitReady());
     // Both are managed by now: a normal window mapped after them shows up after them.
-    Probe *normal = startProbe({ QStringLiteral("--class"), QStringLiteral("afterprobe") }, orphanPath);
+    Probe *normal
+        = startProbe({ QStringLiteral("--class"), QStringLiteral("afterprobe") }, orphanPath);
     QVERIFY(normal->waitReady());
     QTRY_VERIFY(app(QStringLiteral("afterprobe")));
     QVERIFY(!app(QStringLiteral("dockprobe")));
@@ -333,14 +356,19 @@ void TestX11Windows::docksAndSkipTaskbarWindowsAreNoApplications()
     QCOMPARE(platform->getInstalledApps().size(), before + 1);
     // The tray host (a dock) is no application either.
     for (App *entry : platform->getRunningApps())
-        QVERIFY2(!entry->id.contains(QStringLiteral("trayer"), Qt::CaseInsensitive), qPrintable(entry->id));
+        QVERIFY2(!entry->id.contains(QStringLiteral("trayer"), Qt::CaseInsensitive),
+            qPrintable(entry->id));
 }
 
 void TestX11Windows::currentAppReportedOnEveryActivation()
 {
-    Probe *first = startProbe({ QStringLiteral("--class"), QStringLiteral("twin"), QStringLiteral("--title"), QStringLiteral("one") }, orphanPath);
+    Probe *first = startProbe({ QStringLiteral("--class"), QStringLiteral("twin"),
+                                  QStringLiteral("--title"), QStringLiteral("one") },
+        orphanPath);
     QVERIFY(first->waitReady());
-    Probe *second = startProbe({ QStringLiteral("--class"), QStringLiteral("twin"), QStringLiteral("--title"), QStringLiteral("two") }, orphanPath);
+    Probe *second = startProbe({ QStringLiteral("--class"), QStringLiteral("twin"),
+                                   QStringLiteral("--title"), QStringLiteral("two") },
+        orphanPath);
     QVERIFY(second->waitReady());
     QTRY_COMPARE(app(QStringLiteral("twin"))->windows.size(), 2);
     QTRY_COMPARE(activeWindow(), second->window);
@@ -365,10 +393,12 @@ void TestX11Windows::activateRaisesTheRecentWindow()
 {
     Probe *probe = launchedProbe();
     QVERIFY(probe);
-    Probe *other = startProbe({ QStringLiteral("--class"), QStringLiteral("otherprobe") }, orphanPath);
+    Probe *other
+        = startProbe({ QStringLiteral("--class"), QStringLiteral("otherprobe") }, orphanPath);
     QVERIFY(other->waitReady());
     QTRY_COMPARE(activeWindow(), other->window);
-    QVERIFY(send(QJsonObject { { L::method, L::activateApp }, { L::id, QStringLiteral("velm-probe") } }));
+    QVERIFY(send(
+        QJsonObject { { L::method, L::activateApp }, { L::id, QStringLiteral("velm-probe") } }));
     QTRY_COMPARE(activeWindow(), probe->window);
     // No second copy was started.
     QCOMPARE(app(QStringLiteral("velm-probe"))->windows.size(), 1);
@@ -378,26 +408,34 @@ void TestX11Windows::minimiseAndRestore()
 {
     Probe *probe = launchedProbe();
     QVERIFY(probe);
-    QVERIFY(send(QJsonObject { { L::method, L::toggleMinimizeApp }, { L::id, QStringLiteral("velm-probe") } }));
+    QVERIFY(send(QJsonObject {
+        { L::method, L::toggleMinimizeApp }, { L::id, QStringLiteral("velm-probe") } }));
     QTRY_VERIFY(netState(probe->window).contains(QStringLiteral("_NET_WM_STATE_HIDDEN")));
-    QVERIFY(send(QJsonObject { { L::method, L::toggleMinimizeApp }, { L::id, QStringLiteral("velm-probe") } }));
+    QVERIFY(send(QJsonObject {
+        { L::method, L::toggleMinimizeApp }, { L::id, QStringLiteral("velm-probe") } }));
     QTRY_VERIFY(!netState(probe->window).contains(QStringLiteral("_NET_WM_STATE_HIDDEN")));
     QTRY_COMPARE(activeWindow(), probe->window);
 }
 
 void TestX11Windows::allMinimisedRaisesTheFirst()
 {
-    Probe *first = startProbe({ QStringLiteral("--class"), QStringLiteral("pair"), QStringLiteral("--title"), QStringLiteral("first") }, orphanPath);
+    Probe *first = startProbe({ QStringLiteral("--class"), QStringLiteral("pair"),
+                                  QStringLiteral("--title"), QStringLiteral("first") },
+        orphanPath);
     QVERIFY(first->waitReady());
     QTRY_VERIFY(app(QStringLiteral("pair")));
-    Probe *second = startProbe({ QStringLiteral("--class"), QStringLiteral("pair"), QStringLiteral("--title"), QStringLiteral("second") }, orphanPath);
+    Probe *second = startProbe({ QStringLiteral("--class"), QStringLiteral("pair"),
+                                   QStringLiteral("--title"), QStringLiteral("second") },
+        orphanPath);
     QVERIFY(second->waitReady());
-    QTRY_COMPARE(app(QStringLiteral("pair"))->windows, (QList<WId> { first->window, second->window }));
+    QTRY_COMPARE(
+        app(QStringLiteral("pair"))->windows, (QList<WId> { first->window, second->window }));
     app(QStringLiteral("pair"))->hide();
     QTRY_VERIFY(netState(first->window).contains(QStringLiteral("_NET_WM_STATE_HIDDEN")));
     QTRY_VERIFY(netState(second->window).contains(QStringLiteral("_NET_WM_STATE_HIDDEN")));
     // With every window minimised, the first one comes back, and only it.
-    QVERIFY(send(QJsonObject { { L::method, L::toggleMinimizeApp }, { L::id, QStringLiteral("pair") } }));
+    QVERIFY(send(
+        QJsonObject { { L::method, L::toggleMinimizeApp }, { L::id, QStringLiteral("pair") } }));
     QTRY_VERIFY(!netState(first->window).contains(QStringLiteral("_NET_WM_STATE_HIDDEN")));
     QTRY_COMPARE(activeWindow(), first->window);
     QVERIFY(netState(second->window).contains(QStringLiteral("_NET_WM_STATE_HIDDEN")));
@@ -409,10 +447,12 @@ void TestX11Windows::maximiseTogglesFullScreen()
     QVERIFY(probe);
     QTRY_VERIFY(app(QStringLiteral("velm-probe"))->supportsFullscreen());
     // A window that can go full screen does so instead of zooming.
-    QVERIFY(send(QJsonObject { { L::method, L::toggleMaximizeApp }, { L::id, QStringLiteral("velm-probe") } }));
+    QVERIFY(send(QJsonObject {
+        { L::method, L::toggleMaximizeApp }, { L::id, QStringLiteral("velm-probe") } }));
     QTRY_VERIFY(netState(probe->window).contains(QStringLiteral("_NET_WM_STATE_FULLSCREEN")));
     QVERIFY(!netState(probe->window).contains(QStringLiteral("_NET_WM_STATE_MAXIMIZED")));
-    QVERIFY(send(QJsonObject { { L::method, L::toggleFullscreenApp }, { L::id, QStringLiteral("velm-probe") } }));
+    QVERIFY(send(QJsonObject {
+        { L::method, L::toggleFullscreenApp }, { L::id, QStringLiteral("velm-probe") } }));
     QTRY_VERIFY(!netState(probe->window).contains(QStringLiteral("_NET_WM_STATE_FULLSCREEN")));
     // Without an id the front application is meant.
     QTRY_COMPARE(activeWindow(), probe->window);
@@ -423,32 +463,41 @@ void TestX11Windows::maximiseTogglesFullScreen()
 
 void TestX11Windows::zoomWithoutFullScreen()
 {
-    Probe *probe = startProbe({ QStringLiteral("--class"), QStringLiteral("zoomprobe") }, orphanPath);
+    Probe *probe
+        = startProbe({ QStringLiteral("--class"), QStringLiteral("zoomprobe") }, orphanPath);
     QVERIFY(probe->waitReady());
     QTRY_VERIFY(app(QStringLiteral("zoomprobe")) && app(QStringLiteral("zoomprobe"))->running);
     // A window the window manager will not put in full screen: its allowed actions say so.
-    QCOMPARE(QProcess::execute(QStringLiteral("xprop"),
-                 { QStringLiteral("-id"), QString::number(probe->window), QStringLiteral("-f"),
-                     QStringLiteral("_NET_WM_ALLOWED_ACTIONS"), QStringLiteral("32a"), QStringLiteral("-set"),
-                     QStringLiteral("_NET_WM_ALLOWED_ACTIONS"),
-                     QStringLiteral("_NET_WM_ACTION_MOVE,_NET_WM_ACTION_RESIZE,_NET_WM_ACTION_MINIMIZE,"
-                                    "_NET_WM_ACTION_MAXIMIZE_HORZ,_NET_WM_ACTION_MAXIMIZE_VERT,_NET_WM_ACTION_CLOSE") }),
+    QCOMPARE(
+        QProcess::execute(QStringLiteral("xprop"),
+            { QStringLiteral("-id"), QString::number(probe->window), QStringLiteral("-f"),
+                QStringLiteral("_NET_WM_ALLOWED_ACTIONS"), QStringLiteral("32a"),
+                QStringLiteral("-set"), QStringLiteral("_NET_WM_ALLOWED_ACTIONS"),
+                QStringLiteral("_NET_WM_ACTION_MOVE,_NET_WM_ACTION_RESIZE,_NET_WM_ACTION_MINIMIZE,"
+                               "_NET_WM_ACTION_MAXIMIZE_HORZ,_NET_WM_ACTION_MAXIMIZE_VERT,_NET_WM_"
+                               "ACTION_CLOSE") }),
         0);
     QTRY_VERIFY(!app(QStringLiteral("zoomprobe"))->supportsFullscreen());
     // Full screen falls back to zooming, and maximising zooms.
-    QVERIFY(send(QJsonObject { { L::method, L::toggleFullscreenApp }, { L::id, QStringLiteral("zoomprobe") } }));
+    QVERIFY(send(QJsonObject {
+        { L::method, L::toggleFullscreenApp }, { L::id, QStringLiteral("zoomprobe") } }));
     QTRY_VERIFY(netState(probe->window).contains(QStringLiteral("_NET_WM_STATE_MAXIMIZED_VERT")));
     QVERIFY(!netState(probe->window).contains(QStringLiteral("_NET_WM_STATE_FULLSCREEN")));
-    QVERIFY(send(QJsonObject { { L::method, L::toggleMaximizeApp }, { L::id, QStringLiteral("zoomprobe") } }));
+    QVERIFY(send(QJsonObject {
+        { L::method, L::toggleMaximizeApp }, { L::id, QStringLiteral("zoomprobe") } }));
     QTRY_VERIFY(!netState(probe->window).contains(QStringLiteral("_NET_WM_STATE_MAXIMIZED")));
 }
 
 void TestX11Windows::closeClosesTheFrontWindow()
 {
-    Probe *back = startProbe({ QStringLiteral("--class"), QStringLiteral("closer"), QStringLiteral("--title"), QStringLiteral("back") }, orphanPath);
+    Probe *back = startProbe({ QStringLiteral("--class"), QStringLiteral("closer"),
+                                 QStringLiteral("--title"), QStringLiteral("back") },
+        orphanPath);
     QVERIFY(back->waitReady());
     QTRY_VERIFY(app(QStringLiteral("closer")));
-    Probe *front = startProbe({ QStringLiteral("--class"), QStringLiteral("closer"), QStringLiteral("--title"), QStringLiteral("front") }, orphanPath);
+    Probe *front = startProbe({ QStringLiteral("--class"), QStringLiteral("closer"),
+                                  QStringLiteral("--title"), QStringLiteral("front") },
+        orphanPath);
     QVERIFY(front->waitReady());
     QTRY_COMPARE(app(QStringLiteral("closer"))->windows.size(), 2);
     QTRY_COMPARE(activeWindow(), front->window);
@@ -462,10 +511,13 @@ void TestX11Windows::closeClosesTheFrontWindow()
 
 void TestX11Windows::quitAsksEveryWindow()
 {
-    Probe *willing = startProbe({ QStringLiteral("--class"), QStringLiteral("quitter") }, orphanPath);
+    Probe *willing
+        = startProbe({ QStringLiteral("--class"), QStringLiteral("quitter") }, orphanPath);
     QVERIFY(willing->waitReady());
     QTRY_VERIFY(app(QStringLiteral("quitter")));
-    Probe *stubborn = startProbe({ QStringLiteral("--class"), QStringLiteral("quitter"), QStringLiteral("--refuse-close") }, orphanPath);
+    Probe *stubborn = startProbe(
+        { QStringLiteral("--class"), QStringLiteral("quitter"), QStringLiteral("--refuse-close") },
+        orphanPath);
     QVERIFY(stubborn->waitReady());
     QTRY_COMPARE(app(QStringLiteral("quitter"))->windows.size(), 2);
     QVERIFY(send(QJsonObject { { L::method, L::quitApp }, { L::id, QStringLiteral("quitter") } }));
@@ -500,7 +552,10 @@ void TestX11Windows::notRunningIsLogged()
     idle->quit();
     idle->hide();
     QCOMPARE(log.lines().filter(QStringLiteral("No running application for")).size(), 2);
-    QVERIFY(log.lines().filter(QStringLiteral("No running application for")).first().contains(QStringLiteral("velm-exec-probe")));
+    QVERIFY(log.lines()
+                .filter(QStringLiteral("No running application for"))
+                .first()
+                .contains(QStringLiteral("velm-exec-probe")));
 }
 
 void TestX11Windows::scrollDirection()
@@ -508,12 +563,15 @@ void TestX11Windows::scrollDirection()
     Probe *probe = launchedProbe();
     QVERIFY(probe);
     QVERIFY(QProcess::execute(QStringLiteral("xdotool"),
-                { QStringLiteral("mousemove"), QStringLiteral("--window"), QString::number(probe->window),
-                    QStringLiteral("100"), QStringLiteral("100") })
+                { QStringLiteral("mousemove"), QStringLiteral("--window"),
+                    QString::number(probe->window), QStringLiteral("100"), QStringLiteral("100") })
         == 0);
-    QVERIFY(send(QJsonObject { { L::method, L::appScroll }, { L::id, QStringLiteral("velm-probe") }, { L::x, 0 }, { L::y, 9 } }));
-    QTRY_COMPARE(probe->lines().filter(QStringLiteral("wheel")), QStringList { QStringLiteral("wheel down") });
-    QVERIFY(send(QJsonObject { { L::method, L::appScroll }, { L::id, QStringLiteral("velm-probe") }, { L::x, 0 }, { L::y, 10 } }));
+    QVERIFY(send(QJsonObject { { L::method, L::appScroll }, { L::id, QStringLiteral("velm-probe") },
+        { L::x, 0 }, { L::y, 9 } }));
+    QTRY_COMPARE(probe->lines().filter(QStringLiteral("wheel")),
+        QStringList { QStringLiteral("wheel down") });
+    QVERIFY(send(QJsonObject { { L::method, L::appScroll }, { L::id, QStringLiteral("velm-probe") },
+        { L::x, 0 }, { L::y, 10 } }));
     QTRY_COMPARE(probe->lines().filter(QStringLiteral("wheel")),
         (QStringList { QStringLiteral("wheel down"), QStringLiteral("wheel up") }));
 }
@@ -523,7 +581,8 @@ void TestX11Windows::keySequences()
     Probe *probe = launchedProbe();
     QVERIFY(probe);
     // Another window is in front: the keys must bring the application forward first.
-    Probe *other = startProbe({ QStringLiteral("--class"), QStringLiteral("bystander") }, orphanPath);
+    Probe *other
+        = startProbe({ QStringLiteral("--class"), QStringLiteral("bystander") }, orphanPath);
     QVERIFY(other->waitReady());
     QTRY_COMPARE(activeWindow(), other->window);
 
@@ -532,13 +591,15 @@ void TestX11Windows::keySequences()
     const QString none = QStringLiteral("0");
     LogCapture log;
     auto type = [&](const QJsonValue &keys) {
-        return send(QJsonObject { { L::method, L::keySequence }, { L::id, QStringLiteral("velm-probe") }, { L::keys, keys } });
+        return send(QJsonObject { { L::method, L::keySequence },
+            { L::id, QStringLiteral("velm-probe") }, { L::keys, keys } });
     };
     QVERIFY(type(QStringLiteral("Ctrl+Shift+T")));
     QTRY_COMPARE(probe->keys().size(), 1);
     QCOMPARE(activeWindow(), probe->window);
     QVERIFY(other->keys().isEmpty());
-    QCOMPARE(probe->keys().last(), QStringLiteral("key 54 %1 14").arg(ctrlShift)); // Ctrl+Shift+T: "T", text ^T
+    QCOMPARE(probe->keys().last(),
+        QStringLiteral("key 54 %1 14").arg(ctrlShift)); // Ctrl+Shift+T: "T", text ^T
     QVERIFY(type(QStringLiteral("a,,b")));
     QVERIFY(type(QStringLiteral("Ctrl+,")));
     QVERIFY(type(QStringLiteral("x,Ctrl+,")));
@@ -546,10 +607,11 @@ void TestX11Windows::keySequences()
     QVERIFY(type(QJsonArray { QStringLiteral("return"), QStringLiteral("f5,pad+") }));
     QTRY_COMPARE(probe->keys().size(), 9);
     QCOMPARE(probe->keys(),
-        (QStringList { QStringLiteral("key 54 %1 14").arg(ctrlShift), QStringLiteral("key 61 %1 61").arg(none),
-            QStringLiteral("key 62 %1 62").arg(none), QStringLiteral("key 2c %1 2c").arg(ctrl),
-            QStringLiteral("key 2c %1 2c").arg(none), QStringLiteral("key 63 %1 63").arg(none),
-            QStringLiteral("key ff0d %1 0d").arg(none), QStringLiteral("key ffc2 %1 ").arg(none),
+        (QStringList { QStringLiteral("key 54 %1 14").arg(ctrlShift),
+            QStringLiteral("key 61 %1 61").arg(none), QStringLiteral("key 62 %1 62").arg(none),
+            QStringLiteral("key 2c %1 2c").arg(ctrl), QStringLiteral("key 2c %1 2c").arg(none),
+            QStringLiteral("key 63 %1 63").arg(none), QStringLiteral("key ff0d %1 0d").arg(none),
+            QStringLiteral("key ffc2 %1 ").arg(none),
             QStringLiteral("key ffab %1 2b").arg(none) }));
     // Unknown keys and modifiers alone send nothing and say so.
     QVERIFY(type(QStringLiteral("nosuchkey")));
@@ -558,7 +620,10 @@ void TestX11Windows::keySequences()
     QTRY_COMPARE(probe->keys().size(), 10);
     QCOMPARE(probe->keys().last(), QStringLiteral("key 20 %1 20").arg(none));
     QCOMPARE(log.lines().filter(QStringLiteral("Unhandled key")).size(), 2);
-    QVERIFY(log.lines().filter(QStringLiteral("Unhandled key")).first().contains(QStringLiteral("nosuchkey")));
+    QVERIFY(log.lines()
+                .filter(QStringLiteral("Unhandled key"))
+                .first()
+                .contains(QStringLiteral("nosuchkey")));
 }
 
 void TestX11Windows::keyTableFollowsTheLayout()

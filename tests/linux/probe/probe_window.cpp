@@ -11,8 +11,8 @@
 #include <QCommandLineParser>
 #include <QFile>
 #include <QIcon>
-#include <QPixmap>
 #include <QKeyEvent>
+#include <QPixmap>
 #include <QTextStream>
 #include <QWheelEvent>
 #include <QWidget>
@@ -63,14 +63,16 @@ protected:
         }
         record(QStringLiteral("key %1 %2 %3")
                    .arg(event->nativeVirtualKey(), 0, 16)
-                   .arg(int(event->modifiers() & (Qt::ShiftModifier | Qt::ControlModifier
-                                | Qt::AltModifier | Qt::MetaModifier)),
+                   .arg(int(event->modifiers()
+                            & (Qt::ShiftModifier | Qt::ControlModifier | Qt::AltModifier
+                                | Qt::MetaModifier)),
                        0, 16)
                    .arg(QString::fromLatin1(event->text().toUtf8().toHex())));
     }
     void wheelEvent(QWheelEvent *event) override
     {
-        record(event->angleDelta().y() > 0 ? QStringLiteral("wheel up") : QStringLiteral("wheel down"));
+        record(event->angleDelta().y() > 0 ? QStringLiteral("wheel up")
+                                           : QStringLiteral("wheel down"));
     }
     void closeEvent(QCloseEvent *event) override
     {
@@ -127,8 +129,8 @@ int main(int argc, char *argv[])
         window.winId();
         const xcb_atom_t state = atom("_NET_WM_STATE");
         const xcb_atom_t skip = atom("_NET_WM_STATE_SKIP_TASKBAR");
-        xcb_change_property(QX11Info::connection(), XCB_PROP_MODE_REPLACE, xcb_window_t(window.winId()),
-            state, XCB_ATOM_ATOM, 32, 1, &skip);
+        xcb_change_property(QX11Info::connection(), XCB_PROP_MODE_REPLACE,
+            xcb_window_t(window.winId()), state, XCB_ATOM_ATOM, 32, 1, &skip);
     }
     window.show();
     record(QStringLiteral("ready %1").arg(window.winId()));
