@@ -22,6 +22,12 @@ int main(int argc, char *argv[])
     QCoreApplication::setAttribute(Qt::AA_DontShowShortcutsInContextMenus);
     QGuiApplication::setQuitOnLastWindowClosed(false);
 
+    // On a Wayland session other applications' windows can only be followed and driven through
+    // XWayland, so Qt is asked to talk X11 there unless the user chose otherwise.
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM") && !qEnvironmentVariableIsEmpty("DISPLAY")
+        && !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY"))
+        qputenv("QT_QPA_PLATFORM", "xcb");
+
     // A second start for the same user ends in here, after telling the first one.
     SingleApplication app(argc, argv, false, SingleApplication::User, 1000);
     QGuiApplication::setDesktopFileName(Constants::UNIX_NAME);
