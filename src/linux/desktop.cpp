@@ -47,7 +47,7 @@ bool desktop::canNotify() { return hasService(notificationsService); }
 
 void desktop::notify(const QString &title, const QString &subtitle, const QString &text)
 {
-    // The notification spec has no subtitle: it becomes the first line of the body.
+    // Desktop notifications have no subtitle: it becomes the first line of the body.
     const QString body = subtitle.isEmpty() ? text : subtitle + QLatin1Char('\n') + text;
     QDBusMessage call = QDBusMessage::createMethodCall(notificationsService,
         QStringLiteral("/org/freedesktop/Notifications"), notificationsService,
