@@ -7,6 +7,7 @@
 #include "l.h"
 #include "linuxapp.h"
 #include "linuxlogging.h"
+#include "pulseaudio.h"
 #include "x11session.h"
 
 #include <QCoreApplication>
@@ -96,8 +97,8 @@ LinuxPlatform::LinuxPlatform(QObject *parent)
         QIcon::setThemeName(QStringLiteral("hicolor"));
     if (QIcon::fallbackThemeName().isEmpty())
         QIcon::setFallbackThemeName(QStringLiteral("Adwaita"));
-    // Until the accessibility, sound and session backends exist, these codes cannot be served
-    // here.
+    // Until the accessibility and session backends exist, these codes cannot be served here;
+    // volume and mute join the served ones once the sound server answers.
     unsupported = QStringList { L::appMenu, L::performMenu, L::focusValue, L::performFocus,
         L::focusedElement, L::brightness, L::volume, L::volumeMute, L::screenLock, L::logout,
         L::sleep, L::restart, L::shutdown, L::playPause, L::previousTrack, L::nextTrack };
@@ -127,6 +128,10 @@ void LinuxPlatform::init()
     m_monitor = g_app_info_monitor_get();
     g_signal_connect(
         m_monitor, "changed", G_CALLBACK(&LinuxPlatform::appInfoChangedCallback), this);
+    m_pulse = new PulseAudio(this);
+    connect(m_pulse, &PulseAudio::volumeChanged, this, &Platform::volumeChanged);
+    connect(m_pulse, &PulseAudio::muteChanged, this, &Platform::volumeMuteChanged);
+    connect(m_pulse, &PulseAudio::availableChanged, this, &LinuxPlatform::onSoundAvailable);
     emit ready();
 }
 
@@ -518,8 +523,8 @@ QVector<App *> LinuxPlatform::appsForFile(const QString &path)
     return result;
 }
 
-// The session, sound, display and media backends are not there yet: these do nothing, and
-// their codes are in `unsupported`.
+// The session, display and media backends are not there yet: these do nothing, and their
+// codes are in `unsupported`.
 void LinuxPlatform::shutdown() { }
 
 void LinuxPlatform::restart() { }
@@ -534,13 +539,35 @@ int LinuxPlatform::getBrightness() { return 0; }
 
 void LinuxPlatform::setBrightness(int) { }
 
-int LinuxPlatform::getVolume() { return 0; }
+int LinuxPlatform::getVolume() { return m_pulse ? m_pulse->volume() : 0; }
 
-void LinuxPlatform::setVolume(int) { }
+void LinuxPlatform::setVolume(int value)
+{
+    if (m_pulse)
+        m_pulse->setVolume(value);
+}
 
-bool LinuxPlatform::getVolumeMute() { return false; }
+bool LinuxPlatform::getVolumeMute() { return m_pulse && m_pulse->muted(); }
 
-void LinuxPlatform::setVolumeMute(bool) { }
+void LinuxPlatform::setVolumeMute(bool muted)
+{
+    if (m_pulse)
+        m_pulse->setMuted(muted);
+}
+
+void LinuxPlatform::onSoundAvailable(bool available)
+{
+    if (available) {
+        unsupported.removeAll(L::volume);
+        unsupported.removeAll(L::volumeMute);
+    } else {
+        for (const QString &code : { L::volume, L::volumeMute }) {
+            if (!unsupported.contains(code))
+                unsupported.append(code);
+        }
+    }
+    emit unsupportedChanged();
+}
 
 void LinuxPlatform::previousTrack() { }
 

@@ -8,6 +8,7 @@
 typedef struct _GAppInfoMonitor GAppInfoMonitor;
 
 class LinuxApp;
+class PulseAudio;
 class X11Session;
 struct X11Window;
 
@@ -68,9 +69,12 @@ private:
     void onActiveWindowChanged(WId window);
     // The application of a regular window, made on first sight when no entry matches.
     LinuxApp *appForWindow(const X11Window &window);
+    // The sound server came or went: "v" and "vm" are served only while it is there.
+    void onSoundAvailable(bool available);
 
     GAppInfoMonitor *m_monitor = nullptr;
     X11Session *m_session = nullptr;
+    PulseAudio *m_pulse = nullptr;
     bool m_observing = false;
     QHash<WId, LinuxApp *> m_windowApps;
 };

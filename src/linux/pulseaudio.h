@@ -1,0 +1,52 @@
+#pragma once
+
+#include <QByteArray>
+#include <QObject>
+
+#include <cstdint>
+
+struct pa_context;
+struct pa_glib_mainloop;
+struct pa_server_info;
+struct pa_sink_info;
+
+// The default output of the sound server (PulseAudio, or PipeWire through pipewire-pulse):
+// its volume as a whole percentage of the normal volume and its mute switch, followed as they
+// change and as the user switches outputs. When the server goes away it is waited for in the
+// background.
+class PulseAudio : public QObject
+{
+    Q_OBJECT
+public:
+    explicit PulseAudio(QObject *parent = nullptr);
+    ~PulseAudio() override;
+
+    bool isAvailable() const { return available; }
+    int volume() const { return currentVolume; }
+    bool muted() const { return currentMute; }
+    // Every channel to value/100 of the normal volume; not clamped (150 is 150%).
+    void setVolume(int value);
+    void setMuted(bool muted);
+
+signals:
+    // Both after every reading, also when the values did not change.
+    void volumeChanged();
+    void muteChanged();
+    void availableChanged(bool available);
+
+private:
+    void connectToServer();
+    void onStateChanged();
+    void readDefaultSink();
+    void onServerInfo(const pa_server_info *info);
+    void onSinkInfo(const pa_sink_info *info);
+    void setAvailable(bool value);
+
+    pa_glib_mainloop *mainloop = nullptr;
+    pa_context *context = nullptr;
+    QByteArray sinkName;
+    uint32_t requestedVolume = 0;
+    int currentVolume = 0;
+    bool currentMute = false;
+    bool available = false;
+};
