@@ -381,11 +381,15 @@ void TestX11Windows::currentAppReportedOnEveryActivation()
         return count;
     };
     // Two windows of one application: each switch is reported, the application unchanged.
+    // (The window manager may announce a switch in more than one step.)
     app(QStringLiteral("twin"))->session->activate(first->window);
-    QTRY_COMPARE(reports(), 1);
+    QTRY_VERIFY(reports() >= 1);
     QTRY_COMPARE(activeWindow(), first->window);
+    QTRY_COMPARE(platform->getCurrentApp(), static_cast<App *>(app(QStringLiteral("twin"))));
+    const int afterFirst = reports();
     app(QStringLiteral("twin"))->session->activate(second->window);
-    QTRY_COMPARE(reports(), 2);
+    QTRY_VERIFY(reports() > afterFirst);
+    QTRY_COMPARE(activeWindow(), second->window);
     QCOMPARE(platform->getCurrentApp(), static_cast<App *>(app(QStringLiteral("twin"))));
 }
 
