@@ -5,6 +5,7 @@
 #include "logcapture.h"
 #include "testenvironment.h"
 #include "updater.h"
+#include "urlrecorder.h"
 
 #include <QAction>
 #include <QApplication>
@@ -37,16 +38,6 @@ QList<QMessageBox *> openBoxes()
     return boxes;
 }
 } // namespace
-
-// Receives the addresses the updater asks the desktop to open.
-class UrlRecorder : public QObject
-{
-    Q_OBJECT
-public:
-    QList<QUrl> opened;
-public slots:
-    void open(const QUrl &url) { opened << url; }
-};
 
 // The update model, its widgets and texts, and the update feed.
 class TestUpdater : public QObject

@@ -1,7 +1,9 @@
 #include "corefixture.h"
+#include "dbusmock.h"
 #include "desktop.h"
 #include "testenvironment.h"
 #include "ui.h"
+#include "urlrecorder.h"
 
 #include <QApplication>
 #include <QDBusArgument>
@@ -16,12 +18,6 @@
 #include <QtTest>
 
 namespace {
-struct MockCall
-{
-    QString method;
-    QVariantList arguments;
-};
-
 // A python3-dbusmock service on the session bus, recording every call.
 class Mock
 {
@@ -63,36 +59,10 @@ public:
         call.setArguments(arguments);
         return QDBusConnection::sessionBus().call(call);
     }
-    QList<MockCall> calls()
+    QList<DBusMock::Call> callsOf(const QString &method)
     {
-        QList<MockCall> result;
-        const QDBusMessage reply = mockCall(QStringLiteral("GetCalls"));
-        if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().isEmpty())
-            return result;
-        const QDBusArgument array = reply.arguments().constFirst().value<QDBusArgument>();
-        array.beginArray();
-        while (!array.atEnd()) {
-            MockCall entry;
-            quint64 time = 0;
-            array.beginStructure();
-            array >> time >> entry.method;
-            array.beginArray();
-            while (!array.atEnd()) {
-                QDBusVariant value;
-                array >> value;
-                entry.arguments << value.variant();
-            }
-            array.endArray();
-            array.endStructure();
-            result << entry;
-        }
-        array.endArray();
-        return result;
-    }
-    QList<MockCall> callsOf(const QString &method)
-    {
-        QList<MockCall> result;
-        for (const MockCall &call : calls()) {
+        QList<DBusMock::Call> result;
+        for (const DBusMock::Call &call : DBusMock::calls(name, path)) {
             if (call.method == method)
                 result << call;
         }
@@ -111,16 +81,6 @@ Mock *notificationDaemon()
         { QStringLiteral("--template"), QStringLiteral("notification_daemon") });
 }
 } // namespace
-
-// Receives the folders the fallback asks the desktop to open.
-class UrlRecorder : public QObject
-{
-    Q_OBJECT
-public:
-    QList<QUrl> opened;
-public slots:
-    void open(const QUrl &url) { opened << url; }
-};
 
 // Notifications and the file manager through the session's D-Bus services.
 class TestDesktopUtils : public QObject
@@ -155,7 +115,7 @@ void TestDesktopUtils::notifyWithSubtitle()
     QVERIFY(desktop::canNotify());
     desktop::notify(QStringLiteral("Title"), QStringLiteral("Subtitle"), QStringLiteral("Text"));
     QTRY_COMPARE(daemon->callsOf(QStringLiteral("Notify")).size(), 1);
-    const MockCall call = daemon->callsOf(QStringLiteral("Notify")).first();
+    const DBusMock::Call call = daemon->callsOf(QStringLiteral("Notify")).first();
     QCOMPARE(call.arguments.at(0).toString(), QStringLiteral("Velm Server"));
     QCOMPARE(call.arguments.at(2).toString(), QStringLiteral("velm-server"));
     QCOMPARE(call.arguments.at(3).toString(), QStringLiteral("Title"));
@@ -196,7 +156,7 @@ void TestDesktopUtils::showInFileManager()
     const QString file = files.filePath(QStringLiteral("report one.txt"));
     desktop::showInFinder(file);
     QTRY_COMPARE(manager.callsOf(QStringLiteral("ShowItems")).size(), 1);
-    const MockCall call = manager.callsOf(QStringLiteral("ShowItems")).first();
+    const DBusMock::Call call = manager.callsOf(QStringLiteral("ShowItems")).first();
     QCOMPARE(
         call.arguments.at(0).toStringList(), QStringList { QUrl::fromLocalFile(file).toString() });
     QVERIFY(recorder.opened.isEmpty());

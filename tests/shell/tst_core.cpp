@@ -1,4 +1,5 @@
 #include "corefixture.h"
+#include "dbusmock.h"
 #include "l.h"
 #include "logcapture.h"
 #include "testenvironment.h"
@@ -11,52 +12,22 @@
 #include <QtTest>
 
 namespace {
-struct MockCall
+// What the session's ScreenSaver mock was asked, oldest first, without the reads.
+QList<DBusMock::Call> screenSaverCalls()
 {
-    QString method;
-    QVariantList arguments;
-};
-
-// What the session's ScreenSaver mock was asked, oldest first.
-QList<MockCall> screenSaverCalls()
-{
-    const QDBusMessage call
-        = QDBusMessage::createMethodCall(QStringLiteral("org.freedesktop.ScreenSaver"),
-            QStringLiteral("/org/freedesktop/ScreenSaver"),
-            QStringLiteral("org.freedesktop.DBus.Mock"), QStringLiteral("GetCalls"));
-    const QDBusMessage reply = QDBusConnection::sessionBus().call(call);
-    QList<MockCall> calls;
-    if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().isEmpty())
-        return calls;
-    const QDBusArgument array = reply.arguments().constFirst().value<QDBusArgument>();
-    array.beginArray();
-    while (!array.atEnd()) {
-        MockCall entry;
-        quint64 time = 0;
-        array.beginStructure();
-        array >> time >> entry.method;
-        array.beginArray();
-        while (!array.atEnd()) {
-            QDBusVariant value;
-            array >> value;
-            entry.arguments << value.variant();
-        }
-        array.endArray();
-        array.endStructure();
-        if (entry.method != QLatin1String("GetActive")
-            && entry.method != QLatin1String("LastCookie"))
-            calls << entry;
+    QList<DBusMock::Call> calls;
+    for (const DBusMock::Call &call : DBusMock::calls(QStringLiteral("org.freedesktop.ScreenSaver"),
+             QStringLiteral("/org/freedesktop/ScreenSaver"))) {
+        if (call.method != QLatin1String("GetActive") && call.method != QLatin1String("LastCookie"))
+            calls << call;
     }
-    array.endArray();
     return calls;
 }
 
 void clearScreenSaverCalls()
 {
-    QDBusConnection::sessionBus().call(
-        QDBusMessage::createMethodCall(QStringLiteral("org.freedesktop.ScreenSaver"),
-            QStringLiteral("/org/freedesktop/ScreenSaver"),
-            QStringLiteral("org.freedesktop.DBus.Mock"), QStringLiteral("ClearCalls")));
+    DBusMock::clearCalls(QStringLiteral("org.freedesktop.ScreenSaver"),
+        QStringLiteral("/org/freedesktop/ScreenSaver"));
 }
 
 uint lastCookie()
@@ -68,10 +39,10 @@ uint lastCookie()
     return reply.arguments().value(0).toUInt();
 }
 
-QStringList methods(const QList<MockCall> &calls)
+QStringList methods(const QList<DBusMock::Call> &calls)
 {
     QStringList names;
-    for (const MockCall &call : calls)
+    for (const DBusMock::Call &call : calls)
         names << call.method;
     return names;
 }
@@ -143,7 +114,7 @@ void TestCore::clientCountsDriveSleepAndActivity()
     ProtocolClient *one = f.connectClient(QStringLiteral("one"));
     QVERIFY(one);
     QTRY_COMPARE(methods(screenSaverCalls()), QStringList { QStringLiteral("Inhibit") });
-    const MockCall inhibit = screenSaverCalls().first();
+    const DBusMock::Call inhibit = screenSaverCalls().first();
     QCOMPARE(inhibit.arguments,
         (QVariantList { QStringLiteral("Velm Server"), QStringLiteral("Velm client connected") }));
     QCOMPARE(f.platform->calls.count(QStringLiteral("setActive(true)")), 1);

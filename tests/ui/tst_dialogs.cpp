@@ -7,6 +7,7 @@
 #include "serverfixture.h"
 #include "testenvironment.h"
 #include "updater.h"
+#include "urlrecorder.h"
 
 #include <QCheckBox>
 #include <QDesktopServices>
@@ -16,16 +17,6 @@
 #include <QSettings>
 #include <QSignalSpy>
 #include <QtTest>
-
-// Receives the addresses the dialogs ask the desktop to open.
-class UrlRecorder : public QObject
-{
-    Q_OBJECT
-public:
-    QList<QUrl> opened;
-public slots:
-    void open(const QUrl &url) { opened << url; }
-};
 
 // The preferences and about dialogs, and the clickable label.
 class TestDialogs : public QObject
