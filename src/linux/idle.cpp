@@ -2,37 +2,48 @@
 
 #include "constants.h"
 #include "linuxlogging.h"
+#include "login1manager.h"
+#include "screensaver.h"
 
 #include <QDBusConnection>
-#include <QDBusInterface>
 #include <QDBusReply>
+#include <QDBusUnixFileDescriptor>
 
 Q_LOGGING_CATEGORY(lcLinuxIdle, "velm.linux.idle")
 
 namespace {
 
-const QString service = QStringLiteral("org.freedesktop.ScreenSaver");
-const QString path = QStringLiteral("/org/freedesktop/ScreenSaver");
+// Both are asked while a client connects: never let a stuck service hold the program up long.
+constexpr int callTimeout = 2000;
 
 // The inhibition cookie of the display assertion; 0 when none is held.
 uint displayCookie = 0;
-bool missingReported = false;
+bool screenSaverMissingReported = false;
+// logind keeps the system awake while this descriptor is open.
+QDBusUnixFileDescriptor systemInhibitor;
 
-bool screenSaverCall(const QString &method, const QList<QVariant> &arguments, uint *cookie)
+OrgFreedesktopScreenSaverInterface *screenSaver()
 {
-    QDBusInterface screenSaver(service, path, service, QDBusConnection::sessionBus());
-    QDBusMessage reply = screenSaver.callWithArgumentList(QDBus::Block, method, arguments);
-    if (reply.type() == QDBusMessage::ErrorMessage) {
-        // A desktop without the service: say so once, then stay quiet.
-        if (!missingReported) {
-            missingReported = true;
-            qCWarning(lcLinuxIdle) << "Cannot keep the display awake:" << reply.errorMessage();
-        }
-        return false;
+    static OrgFreedesktopScreenSaverInterface *proxy = [] {
+        auto *created
+            = new OrgFreedesktopScreenSaverInterface(QStringLiteral("org.freedesktop.ScreenSaver"),
+                QStringLiteral("/org/freedesktop/ScreenSaver"), QDBusConnection::sessionBus());
+        created->setTimeout(callTimeout);
+        return created;
+    }();
+    return proxy;
+}
+
+bool succeeded(const QDBusPendingCall &call)
+{
+    if (!call.isError())
+        return true;
+    // A desktop without the service: say so once, then stay quiet.
+    if (!screenSaverMissingReported) {
+        screenSaverMissingReported = true;
+        qCWarning(lcLinuxIdle) << "Cannot keep the display awake:" << call.error().message();
     }
-    if (cookie && !reply.arguments().isEmpty())
-        *cookie = reply.arguments().constFirst().toUInt();
-    return true;
+    return false;
 }
 
 } // namespace
@@ -41,8 +52,12 @@ namespace Idle {
 
 bool preventDisplaySleep(const QString &reason)
 {
-    return screenSaverCall(
-        QStringLiteral("Inhibit"), { QString(Constants::NAME), reason }, &displayCookie);
+    QDBusPendingReply<uint> reply = screenSaver()->Inhibit(QString(Constants::NAME), reason);
+    reply.waitForFinished();
+    if (!succeeded(reply))
+        return false;
+    displayCookie = reply.value();
+    return true;
 }
 
 bool allowDisplaySleep()
@@ -51,14 +66,38 @@ bool allowDisplaySleep()
         return false;
     const uint cookie = displayCookie;
     displayCookie = 0;
-    return screenSaverCall(QStringLiteral("UnInhibit"), { cookie }, nullptr);
+    QDBusPendingReply<> reply = screenSaver()->UnInhibit(cookie);
+    reply.waitForFinished();
+    return succeeded(reply);
 }
 
-// Keeping the whole system awake goes through the session manager, which comes with the
-// session backend.
-bool preventSystemSleep(const QString &) { return false; }
+bool preventSystemSleep(const QString &reason)
+{
+    OrgFreedesktopLogin1ManagerInterface manager(QStringLiteral("org.freedesktop.login1"),
+        QStringLiteral("/org/freedesktop/login1"), QDBusConnection::systemBus());
+    manager.setTimeout(callTimeout);
+    // "idle" keeps the machine from going to sleep on its own, as an idle timer would send
+    // it; sleeping on purpose (from a client too) stays possible.
+    QDBusPendingReply<QDBusUnixFileDescriptor> reply = manager.Inhibit(
+        QStringLiteral("idle"), QString(Constants::NAME), reason, QStringLiteral("block"));
+    reply.waitForFinished();
+    if (reply.isError()) {
+        qCWarning(lcLinuxIdle) << "Cannot keep the system awake:" << reply.error().message();
+        return false;
+    }
+    // A second call replaces the lock it held; callers pair prevent and allow anyway.
+    systemInhibitor = reply.value();
+    return systemInhibitor.isValid();
+}
 
-bool allowSystemSleep() { return false; }
+bool allowSystemSleep()
+{
+    if (!systemInhibitor.isValid())
+        return false;
+    // Closing the descriptor (the last copy of it) is what releases the lock.
+    systemInhibitor = QDBusUnixFileDescriptor();
+    return true;
+}
 
 QString displayErrorMessage() { return QString(); }
 

@@ -3,10 +3,13 @@
 
 #include "linuxplatform.h"
 
+#include "backlight.h"
 #include "constants.h"
 #include "l.h"
 #include "linuxapp.h"
 #include "linuxlogging.h"
+#include "loginsession.h"
+#include "mediaplayers.h"
 #include "pulseaudio.h"
 #include "x11session.h"
 
@@ -20,7 +23,10 @@
 #include <QPainter>
 #include <QSaveFile>
 #include <QStandardPaths>
+#include <QTimer>
 #include <QUrl>
+
+#include <xkbcommon/xkbcommon-keysyms.h>
 
 #include <algorithm>
 
@@ -97,24 +103,18 @@ LinuxPlatform::LinuxPlatform(QObject *parent)
         QIcon::setThemeName(QStringLiteral("hicolor"));
     if (QIcon::fallbackThemeName().isEmpty())
         QIcon::setFallbackThemeName(QStringLiteral("Adwaita"));
-    // Until the accessibility and session backends exist, these codes cannot be served here;
-    // volume and mute join the served ones once the sound server answers.
-    unsupported = QStringList { L::appMenu, L::performMenu, L::focusValue, L::performFocus,
-        L::focusedElement, L::brightness, L::volume, L::volumeMute, L::screenLock, L::logout,
-        L::sleep, L::restart, L::shutdown, L::playPause, L::previousTrack, L::nextTrack };
-    if (X11Session::available()) {
+    if (X11Session::available())
         m_session = new X11Session(this);
-    } else {
+    else
         // Windows and input need an X server (XWayland counts); launching works without.
         qCWarning(lcLinux) << "No X server: window control and keys are unavailable";
-        unsupported << L::currentApp << L::closeApp << L::quitApp << L::toggleMinimizeApp
-                    << L::toggleMaximizeApp << L::toggleFullscreenApp << L::appScroll
-                    << L::keySequence;
-    }
+    m_backlight = new Backlight;
+    refreshUnsupported();
 }
 
 LinuxPlatform::~LinuxPlatform()
 {
+    delete m_backlight;
     if (m_monitor) {
         g_signal_handlers_disconnect_by_data(m_monitor, this);
         g_object_unref(m_monitor);
@@ -131,7 +131,13 @@ void LinuxPlatform::init()
     m_pulse = new PulseAudio(this);
     connect(m_pulse, &PulseAudio::volumeChanged, this, &Platform::volumeChanged);
     connect(m_pulse, &PulseAudio::muteChanged, this, &Platform::volumeMuteChanged);
-    connect(m_pulse, &PulseAudio::availableChanged, this, &LinuxPlatform::onSoundAvailable);
+    connect(m_pulse, &PulseAudio::availableChanged, this, &LinuxPlatform::refreshUnsupported);
+    m_login = new LoginSession(this);
+    connect(m_login, &LoginSession::availabilityChanged, this, &LinuxPlatform::refreshUnsupported);
+    connect(m_login, &LoginSession::screenLockReported, this, &LinuxPlatform::setScreenLocked);
+    m_media = new MediaPlayers(this);
+    connect(m_media, &MediaPlayers::playersChanged, this, &LinuxPlatform::refreshUnsupported);
+    refreshUnsupported();
     emit ready();
 }
 
@@ -194,12 +200,50 @@ void LinuxPlatform::findInstalledApps()
 
 void LinuxPlatform::setActive(bool active)
 {
-    if (!active)
+    // Without a backlight there is nothing to poll.
+    if (!active) {
+        if (m_backlight->isAvailable())
+            stopPolling();
         return;
+    }
     if (installedApps.isEmpty())
         findInstalledApps();
     if (!m_observing)
         startObserving();
+    if (m_backlight->isAvailable())
+        startPolling();
+}
+
+void LinuxPlatform::refreshUnsupported()
+{
+    // The accessibility codes wait for their backend.
+    QStringList codes { L::appMenu, L::performMenu, L::focusValue, L::performFocus,
+        L::focusedElement };
+    if (!m_backlight->isAvailable())
+        codes << L::brightness;
+    if (!m_pulse || !m_pulse->isAvailable())
+        codes << L::volume << L::volumeMute;
+    if (!m_login || (!m_login->hasSession() && !m_login->hasScreenSaver()))
+        codes << L::screenLock;
+    if (!m_login || !m_login->hasSession())
+        codes << L::logout;
+    if (!m_login || !m_login->canSuspend())
+        codes << L::sleep;
+    if (!m_login || !m_login->canReboot())
+        codes << L::restart;
+    if (!m_login || !m_login->canPowerOff())
+        codes << L::shutdown;
+    // Media keys are the fallback when no player is on the bus; they need X.
+    if (!m_session && (!m_media || m_media->isEmpty()))
+        codes << L::playPause << L::previousTrack << L::nextTrack;
+    if (!m_session) {
+        codes << L::currentApp << L::closeApp << L::quitApp << L::toggleMinimizeApp
+              << L::toggleMaximizeApp << L::toggleFullscreenApp << L::appScroll << L::keySequence;
+    }
+    if (codes == unsupported)
+        return;
+    unsupported = codes;
+    emit unsupportedChanged();
 }
 
 void LinuxPlatform::startObserving()
@@ -523,21 +567,96 @@ QVector<App *> LinuxPlatform::appsForFile(const QString &path)
     return result;
 }
 
-// The session, display and media backends are not there yet: these do nothing, and their
-// codes are in `unsupported`.
-void LinuxPlatform::shutdown() { }
+// Before init() there is no session to act on; the codes are in `unsupported` then.
+void LinuxPlatform::shutdown()
+{
+    if (m_login)
+        m_login->powerOff(Q_FUNC_INFO);
+}
 
-void LinuxPlatform::restart() { }
+void LinuxPlatform::restart()
+{
+    if (m_login)
+        m_login->reboot(Q_FUNC_INFO);
+}
 
-void LinuxPlatform::sleep() { }
+void LinuxPlatform::sleep()
+{
+    if (m_login)
+        m_login->suspend(Q_FUNC_INFO);
+}
 
-void LinuxPlatform::lockScreen() { }
+void LinuxPlatform::lockScreen()
+{
+    if (m_login)
+        m_login->lock();
+}
 
-void LinuxPlatform::logout() { }
+void LinuxPlatform::logout()
+{
+    if (m_login)
+        m_login->terminateSession(Q_FUNC_INFO);
+}
 
-int LinuxPlatform::getBrightness() { return 0; }
+bool LinuxPlatform::getScreenLocked() { return m_screenLocked; }
 
-void LinuxPlatform::setBrightness(int) { }
+void LinuxPlatform::setScreenLocked(bool locked)
+{
+    if (locked == m_screenLocked)
+        return;
+    m_screenLocked = locked;
+    emit screenLockChanged();
+}
+
+int LinuxPlatform::getBrightness() { return qMax(0, m_backlight->percent()); }
+
+void LinuxPlatform::setBrightness(int value)
+{
+    if (!m_backlight->isAvailable())
+        return;
+    const uint level = m_backlight->levelFor(value);
+    // logind may set the device for the user's session; writing it directly needs rights
+    // that only some setups grant. Either way the new value is pushed at once, not on the next
+    // poll.
+    auto fallBack = [this, level](bool done) {
+        if (!done)
+            m_backlight->write(level);
+        poll();
+    };
+    if (m_login)
+        m_login->setBrightness(m_backlight->name(), level, fallBack);
+    else
+        fallBack(false);
+}
+
+void LinuxPlatform::startPolling()
+{
+    if (!m_pollTimer) {
+        m_pollTimer = new QTimer(this);
+        m_pollTimer->setInterval(1000);
+        m_pollTimer->setTimerType(Qt::VeryCoarseTimer);
+        connect(m_pollTimer, &QTimer::timeout, this, &LinuxPlatform::poll);
+    }
+    m_pollTimer->start();
+}
+
+void LinuxPlatform::poll()
+{
+    const int brightness = getBrightness();
+    if (brightness == m_brightness)
+        return;
+    m_brightness = brightness;
+    emit brightnessChanged();
+}
+
+void LinuxPlatform::stopPolling()
+{
+    if (!m_pollTimer) {
+        qCWarning(lcLinux) << "timer is null";
+        return;
+    }
+    m_pollTimer->stop();
+}
 
 int LinuxPlatform::getVolume() { return m_pulse ? m_pulse->volume() : 0; }
 
@@ -555,26 +674,27 @@ void LinuxPlatform::setVolumeMute(bool muted)
         m_pulse->setMuted(muted);
 }
 
-void LinuxPlatform::onSoundAvailable(bool available)
+void LinuxPlatform::previousTrack() { mediaCommand(MediaPlayers::Previous, XKB_KEY_XF86AudioPrev); }
+
+void LinuxPlatform::nextTrack() { mediaCommand(MediaPlayers::Next, XKB_KEY_XF86AudioNext); }
+
+void LinuxPlatform::playPause() { mediaCommand(MediaPlayers::PlayPause, XKB_KEY_XF86AudioPlay); }
+
+void LinuxPlatform::mediaCommand(int command, unsigned keysym)
 {
-    if (available) {
-        unsupported.removeAll(L::volume);
-        unsupported.removeAll(L::volumeMute);
-    } else {
-        for (const QString &code : { L::volume, L::volumeMute }) {
-            if (!unsupported.contains(code))
-                unsupported.append(code);
-        }
-    }
-    emit unsupportedChanged();
+    // Without a player on the bus, the media key goes to whatever listens for it (the
+    // desktop, or a player that only grabs keys).
+    auto pressKey = [this, keysym] {
+        if (!m_session)
+            return;
+        const unsigned keycode = m_session->keycodeFor(keysym);
+        if (keycode)
+            m_session->pressChord({}, keycode);
+        else
+            qCWarning(lcLinux) << "The keyboard layout has no media key" << Qt::hex << keysym;
+    };
+    if (!m_media || !m_media->send(MediaPlayers::Command(command), pressKey))
+        pressKey();
 }
-
-void LinuxPlatform::previousTrack() { }
-
-void LinuxPlatform::nextTrack() { }
-
-void LinuxPlatform::playPause() { }
-
-bool LinuxPlatform::getScreenLocked() { return false; }
 
 bool LinuxPlatform::permissionsGranted() { return true; }

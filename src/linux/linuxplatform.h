@@ -7,8 +7,12 @@
 
 typedef struct _GAppInfoMonitor GAppInfoMonitor;
 
+class Backlight;
 class LinuxApp;
+class LoginSession;
+class MediaPlayers;
 class PulseAudio;
+class QTimer;
 class X11Session;
 struct X11Window;
 
@@ -28,6 +32,17 @@ public:
     X11Session *session() const { return m_session; }
     // The application a window belongs to, found as for a new window (no App is made).
     LinuxApp *matchWindow(const X11Window &window) const;
+    // Null before init().
+    LoginSession *loginSession() const { return m_login; }
+    MediaPlayers *mediaPlayers() const { return m_media; }
+
+    // The brightness is read every second while clients are connected, since backlight
+    // devices announce nothing.
+    void startPolling();
+    void poll();
+    void stopPolling();
+    // Stores the state and announces it when it changed.
+    void setScreenLocked(bool locked);
 
 public slots:
     void init() override;
@@ -69,12 +84,19 @@ private:
     void onActiveWindowChanged(WId window);
     // The application of a regular window, made on first sight when no entry matches.
     LinuxApp *appForWindow(const X11Window &window);
-    // The sound server came or went: "v" and "vm" are served only while it is there.
-    void onSoundAvailable(bool available);
+    // Lists what this machine cannot serve now; announces it when that changed.
+    void refreshUnsupported();
+    void mediaCommand(int command, unsigned keysym);
 
     GAppInfoMonitor *m_monitor = nullptr;
     X11Session *m_session = nullptr;
     PulseAudio *m_pulse = nullptr;
+    Backlight *m_backlight = nullptr;
+    LoginSession *m_login = nullptr;
+    MediaPlayers *m_media = nullptr;
+    QTimer *m_pollTimer = nullptr;
+    int m_brightness = 0;
+    bool m_screenLocked = false;
     bool m_observing = false;
     QHash<WId, LinuxApp *> m_windowApps;
 };

@@ -73,6 +73,7 @@ private slots:
     void unsupportedIsHonest();
     void withoutXWindowOperationsDoNothing();
     void idleWithoutScreenSaverLogsOnce();
+    void sessionActionsWithoutServices();
     void installedAppsOverTheWire();
 
 private:
@@ -86,6 +87,8 @@ void TestLinuxPlatform::initTestCase()
     files = new QTemporaryDir;
     qputenv("XDG_DATA_HOME", dataHome->path().toUtf8());
     qputenv("XDG_CONFIG_HOME", configHome->path().toUtf8());
+    // A sysfs without backlights, whatever this machine has.
+    qputenv("VELM_SYSFS_ROOT", files->path().toUtf8());
     QVERIFY(QDir().mkpath(applicationsDir()));
     QFile recorder(files->filePath(QStringLiteral("record.sh")));
     QVERIFY(recorder.open(QIODevice::WriteOnly));
@@ -262,8 +265,11 @@ void TestLinuxPlatform::autostartEntry()
 void TestLinuxPlatform::unsupportedIsHonest()
 {
     const QStringList unsupported = platform->getUnsupported();
+    // No backlight, no sound server, no logind, no screen saver, no media player and no X
+    // server here: none of what they serve is offered.
     for (const QString &code : { L::brightness, L::volume, L::volumeMute, L::screenLock, L::appMenu,
-             L::keySequence, L::sleep })
+             L::keySequence, L::sleep, L::restart, L::shutdown, L::logout, L::playPause,
+             L::nextTrack, L::previousTrack })
         QVERIFY2(unsupported.contains(code), qPrintable(code));
     for (const QString &code : { L::installedApps, L::appIcon, L::directoryListing, L::fileIcon,
              L::filePreview, L::fileOpen, L::fileApps, L::unsupported })
@@ -335,6 +341,29 @@ void TestLinuxPlatform::installedAppsOverTheWire()
     QImage icon;
     QVERIFY(icon.loadFromData(client.framesWith(L::appIcon).at(0).parts.at(0).second, "PNG"));
     QCOMPARE(icon.size(), QSize(64, 64));
+}
+
+void TestLinuxPlatform::sessionActionsWithoutServices()
+{
+    // Nothing to act on: each says so (or quietly does nothing) and the program goes on.
+    LogCapture log;
+    platform->shutdown();
+    platform->restart();
+    platform->sleep();
+    platform->logout();
+    platform->lockScreen();
+    platform->playPause();
+    platform->nextTrack();
+    platform->previousTrack();
+    for (const QString &operation : { QStringLiteral("virtual void LinuxPlatform::shutdown()"),
+             QStringLiteral("virtual void LinuxPlatform::restart()"),
+             QStringLiteral("virtual void LinuxPlatform::sleep()") })
+        QCOMPARE(log.count(operation + QStringLiteral(" no login manager")), 1);
+    QCOMPARE(log.count(QStringLiteral("virtual void LinuxPlatform::logout() no login session")), 1);
+    QCOMPARE(log.count(QStringLiteral("Cannot lock the screen: no session bus")), 1);
+    QVERIFY(!platform->getScreenLocked());
+    QVERIFY(!Idle::preventSystemSleep(QStringLiteral("Velm client connected")));
+    QVERIFY(!Idle::allowSystemSleep());
 }
 
 QTEST_MAIN(TestLinuxPlatform)

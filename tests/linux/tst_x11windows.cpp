@@ -4,6 +4,7 @@
 #include "linuxapp.h"
 #include "linuxplatform.h"
 #include "logcapture.h"
+#include "mediaplayers.h"
 #include "protocolclient.h"
 #include "server.h"
 #include "serverfixture.h"
@@ -111,6 +112,7 @@ private slots:
     void scrollDirection();
     void keySequences();
     void keyTableFollowsTheLayout();
+    void mediaKeysWithoutAPlayer();
 
 private:
     Probe *startProbe(const QStringList &arguments, const QString &program = QString());
@@ -650,4 +652,24 @@ void TestX11Windows::keyTableFollowsTheLayout()
 }
 
 QTEST_MAIN(TestX11Windows)
+void TestX11Windows::mediaKeysWithoutAPlayer()
+{
+    // No media player is on this session's bus: the commands become the keyboard's media keys,
+    // which reach the window in front.
+    QVERIFY(platform->mediaPlayers());
+    QVERIFY(platform->mediaPlayers()->isEmpty());
+    for (const QString &code : { L::playPause, L::nextTrack, L::previousTrack })
+        QVERIFY2(!platform->getUnsupported().contains(code), qPrintable(code));
+    Probe *probe = startProbe({ QStringLiteral("--class"), QStringLiteral("listener") });
+    QVERIFY(probe->waitReady());
+    QTRY_COMPARE(activeWindow(), probe->window);
+    QVERIFY(send(QJsonObject { { L::method, L::playPause } }));
+    QVERIFY(send(QJsonObject { { L::method, L::nextTrack } }));
+    QVERIFY(send(QJsonObject { { L::method, L::previousTrack } }));
+    // XF86AudioPlay, XF86AudioNext, XF86AudioPrev; no text.
+    QTRY_COMPARE(probe->keys(),
+        (QStringList { QStringLiteral("key 1008ff14 0 "), QStringLiteral("key 1008ff17 0 "),
+            QStringLiteral("key 1008ff16 0 ") }));
+}
+
 #include "tst_x11windows.moc"
