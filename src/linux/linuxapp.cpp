@@ -3,12 +3,17 @@
 
 #include "linuxapp.h"
 
+#include "accessibility.h"
 #include "keys.h"
+#include "l.h"
 #include "linuxlogging.h"
+#include "random.h"
 #include "x11session.h"
 
 #include <KStartupInfo>
 #include <QFileInfo>
+#include <QQueue>
+#include <QTimer>
 
 namespace {
 // Built on the first shortcut from the layout the X server has then, and kept.
@@ -234,10 +239,298 @@ void LinuxApp::performShortcut(const QString &shortcut)
     session->pressChord(table.modifierCodes(chord.modifiers), code);
 }
 
-const std::vector<MenuItem> &LinuxApp::getMenuItems() { return m_menu; }
+QList<int> LinuxApp::processIds() const
+{
+    QList<int> pids;
+    if (!session)
+        return pids;
+    for (WId window : windows) {
+        const int pid = session->window(window).pid;
+        if (pid > 0 && !pids.contains(pid))
+            pids.append(pid);
+    }
+    return pids;
+}
 
-void LinuxApp::performMenu(const QString &) { }
+Accessible LinuxApp::frontFrame() const
+{
+    if (!accessibility || !accessibility->isStarted())
+        return Accessible();
+    const QList<int> pids = processIds();
+    for (int pid : pids) {
+        const Accessible application = accessibility->application(pid);
+        if (application.isNull())
+            continue;
+        Accessible first;
+        const QVector<Accessible> children = application.children(100);
+        for (const Accessible &child : children) {
+            if (child.kind() != Accessible::Frame)
+                continue;
+            if (child.isActive())
+                return child;
+            if (first.isNull())
+                first = child;
+        }
+        if (!first.isNull())
+            return first;
+    }
+    return Accessible();
+}
 
-void LinuxApp::setFocusValue(const QString &) { }
+namespace {
+// Deeper menus than this are not followed, and no tree holds more entries: an application
+// could otherwise hand us an endless one.
+constexpr int maxMenuDepth = 12;
+constexpr int maxMenuEntries = 5000;
 
-void LinuxApp::performFocusedElement() { }
+// The pre-order search: each item, then its submenu, then its next sibling.
+const MenuItem *findMenu(const std::vector<MenuItem> &items, const QString &menuId)
+{
+    for (const MenuItem &item : items) {
+        if (item.id == menuId)
+            return &item;
+        if (const MenuItem *found = findMenu(item.children, menuId))
+            return found;
+    }
+    return nullptr;
+}
+} // namespace
+
+const std::vector<MenuItem> &LinuxApp::getMenuItems()
+{
+    if (!m_menu.empty())
+        return m_menu;
+    const Accessible frame = frontFrame();
+    if (frame.isNull())
+        return m_menu;
+    const Accessible bar = frame.findFirst(Accessible::MenuBar, 3);
+    if (bar.isNull())
+        return m_menu;
+    const QVector<Accessible> entries = bar.children();
+    m_menu.reserve(size_t(entries.size()));
+    int budget = maxMenuEntries;
+    for (const Accessible &entry : entries) {
+        const QString title = entry.name();
+        if (title.isEmpty() || title == QLatin1String("Apple"))
+            continue;
+        MenuItem item(QString(), title, entry.handle());
+        m_menuElements.append(entry);
+        fillMenu(item, entry, 1, &budget);
+        m_menu.push_back(std::move(item));
+    }
+    return m_menu;
+}
+
+void LinuxApp::fillMenu(MenuItem &parent, const Accessible &element, int depth, int *budget)
+{
+    if (depth > maxMenuDepth)
+        return;
+    bool ok = false;
+    const QVector<Accessible> children = element.children(1000, &ok);
+    if (!ok) {
+        qCWarning(lcLinuxA11y) << "Cannot get submenus" << parent.name;
+        return;
+    }
+    for (const Accessible &child : children) {
+        const Accessible::Kind kind = child.kind();
+        if (kind == Accessible::Separator)
+            continue;
+        const QString title = child.name();
+        // The untitled pop-up that holds a menu's entries: its entries are the menu's.
+        if (kind == Accessible::MenuContainer
+            || (title.isEmpty() && kind != Accessible::MenuItem && kind != Accessible::Menu)) {
+            fillMenu(parent, child, depth + 1, budget);
+            continue;
+        }
+        if (title == QLatin1String("Services") || !child.isEnabled())
+            continue;
+        if (--*budget < 0)
+            return;
+        MenuItem item(QString::number(Random::integer(0, 2147483647)), title, child.handle());
+        m_menuElements.append(child);
+        fillMenu(item, child, depth + 1, budget);
+        parent.children.push_back(std::move(item));
+    }
+}
+
+void LinuxApp::performMenu(const QString &menuId)
+{
+    const MenuItem *item = findMenu(getMenuItems(), menuId);
+    if (!item) {
+        qCWarning(lcLinuxA11y) << "Cannot get menu" << menuId;
+        return;
+    }
+    const Accessible element = Accessible::share(static_cast<AtspiAccessible *>(item->element));
+    // GTK calls it "click", Qt "Press"; anything else gets its first action.
+    const QStringList actions = element.actions();
+    int action = 0;
+    for (int i = 0; i < actions.size(); ++i) {
+        if (actions.at(i).compare(QLatin1String("click"), Qt::CaseInsensitive) == 0
+            || actions.at(i).compare(QLatin1String("press"), Qt::CaseInsensitive) == 0) {
+            action = i;
+            break;
+        }
+    }
+    if (actions.isEmpty() || !element.doAction(action))
+        qCWarning(lcLinuxA11y) << "Cannor press menu" << menuId;
+}
+
+Accessible LinuxApp::focusedElement() const
+{
+    if (!accessibility)
+        return Accessible();
+    const QList<int> pids = processIds();
+    for (int pid : pids) {
+        const Accessible element = accessibility->focusedElement(pid);
+        if (!element.isNull())
+            return element;
+    }
+    return Accessible();
+}
+
+void LinuxApp::reportFocus(const Accessible &element)
+{
+    ElementRole role = Null;
+    switch (element.kind()) {
+    case Accessible::SingleLineText:
+        role = Text;
+        break;
+    case Accessible::MultiLineText:
+        role = TextArea;
+        break;
+    case Accessible::List:
+        role = List;
+        break;
+    case Accessible::Table:
+        role = Table;
+        break;
+    case Accessible::Button:
+        role = Button;
+        break;
+    case Accessible::Frame:
+        role = Window;
+        break;
+    default:
+        break;
+    }
+    if (role == Null) {
+        setFocusRoleAsync(Null, QString(), QString(), QVariantMap());
+        return;
+    }
+    QString title = element.name();
+    if (title.isEmpty())
+        title = element.description();
+    QVariantMap extras;
+    int start = 0, length = 0;
+    if (role == Text && element.selection(&start, &length)) {
+        extras.insert(L::index, start);
+        extras.insert(L::length, length);
+    }
+    setFocusRoleAsync(role, title, element.value(), extras);
+}
+
+void LinuxApp::setFocusValue(const QString &value)
+{
+    const Accessible element = focusedElement();
+    if (!element.isNull() && !element.setText(value))
+        qCWarning(lcLinuxA11y) << "Cannot set the value of the focused" << element.roleName();
+}
+
+void LinuxApp::performFocusedElement()
+{
+    const Accessible element = focusedElement();
+    // Qt offers "SetFocus" on every focusable widget; on the focused one it does nothing.
+    const QStringList actions = element.actions();
+    qCDebug(lcLinuxA11y) << "actions" << actions;
+    for (int i = 0; i < actions.size(); ++i) {
+        if (actions.at(i) == QLatin1String("SetFocus"))
+            continue;
+        element.doAction(i);
+        return;
+    }
+    performKeySequence(QStringLiteral("Return"));
+}
+
+void LinuxApp::setCurrent(bool current)
+{
+    App::setCurrent(current);
+    if (!current) {
+        // Menu identifiers are only good while the application stays in front.
+        m_menu.clear();
+        m_menuElements.clear();
+        stopPollingBrowser();
+        return;
+    }
+    const Accessible element = focusedElement();
+    if (!element.isNull())
+        reportFocus(element);
+    if (browser)
+        startPollingBrowser();
+}
+
+void LinuxApp::setBrowser(bool browser)
+{
+    App::setBrowser(browser);
+    if (!browser)
+        stopPollingBrowser();
+    else if (current)
+        startPollingBrowser();
+}
+
+void LinuxApp::startPollingBrowser()
+{
+    if (!m_browserTimer) {
+        m_browserTimer = new QTimer(this);
+        m_browserTimer->setInterval(5000);
+        m_browserTimer->setTimerType(Qt::VeryCoarseTimer);
+        connect(m_browserTimer, &QTimer::timeout, this, &LinuxApp::pollBrowser);
+    }
+    m_browserTimer->start();
+    pollBrowser();
+}
+
+void LinuxApp::stopPollingBrowser()
+{
+    if (m_browserTimer) {
+        m_browserTimer->stop();
+        m_browserTimer->deleteLater();
+        m_browserTimer = nullptr;
+    }
+    m_browserUrl.clear();
+}
+
+void LinuxApp::pollBrowser()
+{
+    const QString url = documentUrl();
+    if (url == m_browserUrl)
+        return;
+    m_browserUrl = url;
+    onBrowserUrlChanged(url);
+}
+
+QString LinuxApp::documentUrl() const
+{
+    const Accessible frame = frontFrame();
+    if (frame.isNull())
+        return QString();
+    // The document in front: hidden tabs are not showing, so they are not searched.
+    QQueue<QPair<Accessible, int>> queue;
+    queue.enqueue({ frame, 0 });
+    int visited = 0;
+    while (!queue.isEmpty() && ++visited < 2000) {
+        const auto [element, level] = queue.dequeue();
+        if (element.kind() == Accessible::Document) {
+            const QString url = element.documentUrl();
+            if (!url.isEmpty())
+                return url;
+        }
+        if (level >= 10)
+            continue;
+        const QVector<Accessible> children = element.children(200);
+        for (const Accessible &child : children) {
+            if (child.isShowing())
+                queue.enqueue({ child, level + 1 });
+        }
+    }
+    return QString();
+}

@@ -1,17 +1,20 @@
 #pragma once
 
+#include "accessible.h"
 #include "app.h"
 
 #include <QList>
 #include <QWindow>
 
 typedef struct _GAppInfo GAppInfo;
+class Accessibility;
+class QTimer;
 class X11Session;
 
 // An application: from its desktop entry, or found through a window of a program that has
 // none. Launching goes through GIO; window control and input go through the X11 session,
-// which the platform gives it together with the application's windows. Menus and the focused
-// element come with the accessibility backend.
+// which the platform gives it together with the application's windows. Menus, the focused
+// element and a browser's page are read through the accessibility bus.
 class LinuxApp : public App
 {
     Q_OBJECT
@@ -28,6 +31,21 @@ public:
     // Set by the platform: the session, and the regular windows in the order they appeared.
     X11Session *session = nullptr;
     QList<WId> windows;
+    // Set by the platform when the accessibility bus is there.
+    Accessibility *accessibility = nullptr;
+
+    // The processes behind the windows.
+    QList<int> processIds() const;
+    // The element that has the keyboard focus in the application, as the focus events said.
+    Accessible focusedElement() const;
+    // Classifies the element and reports it as the focused one.
+    void reportFocus(const Accessible &element);
+    // The address of the page in front, for browsers; polled while current.
+    QString documentUrl() const;
+    void startPollingBrowser();
+    bool isPollingBrowser() const { return m_browserTimer != nullptr; }
+    void stopPollingBrowser();
+    void pollBrowser();
 
     // The window the user worked in last: the highest in the stacking order.
     WId recentWindow() const;
@@ -39,6 +57,8 @@ public:
     void performShortcut(const QString &shortcut);
 
 public slots:
+    void setBrowser(bool browser) override;
+    void setCurrent(bool current) override;
     void launch() override;
     void activate() override;
     void quit() override;
@@ -57,6 +77,13 @@ public slots:
 
 private:
     bool hasWindows(const char *operation) const;
+    // The frame in front (the active one, else the first) of the application's element.
+    Accessible frontFrame() const;
+    void fillMenu(MenuItem &parent, const Accessible &element, int depth, int *budget);
     GAppInfo *m_info = nullptr;
     std::vector<MenuItem> m_menu;
+    // The elements behind m_menu, kept alive as long as the tree is.
+    QVector<Accessible> m_menuElements;
+    QTimer *m_browserTimer = nullptr;
+    QString m_browserUrl;
 };

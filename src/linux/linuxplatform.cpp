@@ -3,6 +3,7 @@
 
 #include "linuxplatform.h"
 
+#include "accessibility.h"
 #include "backlight.h"
 #include "constants.h"
 #include "l.h"
@@ -123,6 +124,19 @@ LinuxPlatform::~LinuxPlatform()
 
 void LinuxPlatform::init()
 {
+    m_a11y = new Accessibility(this);
+    m_a11yGranted = Accessibility::enabled();
+    bool asked = false;
+    if (!m_a11yGranted)
+        asked = Accessibility::requestEnabled();
+    if ((m_a11yGranted || asked) && m_a11y->start()) {
+        connect(
+            m_a11y, &Accessibility::focusChanged, this, [this](int pid, const Accessible &element) {
+                auto *app = qobject_cast<LinuxApp *>(currentApp);
+                if (app && app->processIds().contains(pid))
+                    app->reportFocus(element);
+            });
+    }
     findInstalledApps();
     // Emits "changed" in this thread's main context, which is Qt's event loop here.
     m_monitor = g_app_info_monitor_get();
@@ -138,6 +152,8 @@ void LinuxPlatform::init()
     m_media = new MediaPlayers(this);
     connect(m_media, &MediaPlayers::playersChanged, this, &LinuxPlatform::refreshUnsupported);
     refreshUnsupported();
+    if (!m_a11yGranted)
+        emit needPermissions();
     emit ready();
 }
 
@@ -167,6 +183,7 @@ void LinuxPlatform::findInstalledApps()
         } else {
             app = new LinuxApp(id, info, this);
             app->session = m_session;
+            app->accessibility = m_a11y;
         }
         app->name = fromUtf8(g_app_info_get_display_name(info));
         if (app->name.endsWith(bundleSuffix))
@@ -216,9 +233,11 @@ void LinuxPlatform::setActive(bool active)
 
 void LinuxPlatform::refreshUnsupported()
 {
-    // The accessibility codes wait for their backend.
-    QStringList codes { L::appMenu, L::performMenu, L::focusValue, L::performFocus,
-        L::focusedElement };
+    QStringList codes;
+    // Menus and fields are those of the application in front, which takes X to know.
+    if (!m_a11y || !m_a11y->isStarted() || !m_session)
+        codes << L::appMenu << L::performMenu << L::focusValue << L::performFocus
+              << L::focusedElement;
     if (!m_backlight->isAvailable())
         codes << L::brightness;
     if (!m_pulse || !m_pulse->isAvailable())
@@ -345,6 +364,7 @@ LinuxApp *LinuxPlatform::appForWindow(const X11Window &window)
         id = QStringLiteral("window-%1").arg(window.pid);
     auto *app = new LinuxApp(id, nullptr, this);
     app->session = m_session;
+    app->accessibility = m_a11y;
     app->name = !window.className.isEmpty() ? QString::fromUtf8(window.className) : window.title;
     app->path = executableOf(window.pid);
     app->icon = m_session->windowIcon(window.id);
@@ -697,4 +717,4 @@ void LinuxPlatform::mediaCommand(int command, unsigned keysym)
         pressKey();
 }
 
-bool LinuxPlatform::permissionsGranted() { return true; }
+bool LinuxPlatform::permissionsGranted() { return m_a11yGranted; }

@@ -7,6 +7,7 @@
 
 typedef struct _GAppInfoMonitor GAppInfoMonitor;
 
+class Accessibility;
 class Backlight;
 class LinuxApp;
 class LoginSession;
@@ -91,6 +92,10 @@ private:
     GAppInfoMonitor *m_monitor = nullptr;
     X11Session *m_session = nullptr;
     PulseAudio *m_pulse = nullptr;
+    Accessibility *m_a11y = nullptr;
+    // Accessibility was on when the program started; turned on by us, applications that run
+    // already need a restart to show up.
+    bool m_a11yGranted = false;
     Backlight *m_backlight = nullptr;
     LoginSession *m_login = nullptr;
     MediaPlayers *m_media = nullptr;

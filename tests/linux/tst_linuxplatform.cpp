@@ -281,6 +281,11 @@ void TestLinuxPlatform::unsupportedIsHonest()
         QVERIFY2(unsupported.contains(code), qPrintable(code));
     QVERIFY(!unsupported.contains(L::activateApp));
     QVERIFY(!platform->session());
+    // No accessibility bus either: menus and fields are out of reach, and the user is told.
+    for (const QString &code :
+        { L::appMenu, L::performMenu, L::focusValue, L::performFocus, L::focusedElement })
+        QVERIFY2(unsupported.contains(code), qPrintable(code));
+    QVERIFY(!platform->permissionsGranted());
 }
 
 void TestLinuxPlatform::withoutXWindowOperationsDoNothing()

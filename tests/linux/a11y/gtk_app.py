@@ -1,0 +1,160 @@
+#!/usr/bin/python3
+"""A GTK 3 window for the accessibility tests: a menu bar (with a disabled entry, a submenu and a
+separator), a one-line entry, a text area, a list and a button. What is invoked, typed and
+pressed goes to the log file, one line each.
+
+With --page URL it is a small "browser": it also shows a web document with that address, as
+browsers expose their pages; a line "url ADDRESS" on standard input loads another one.
+
+usage: gtk_app.py LOG [--title TEXT] [--app-class NAME] [--page URL]
+(GTK takes "--class" for itself.)
+"""
+import sys
+
+import gi
+
+gi.require_version("Gtk", "3.0")
+gi.require_version("Atk", "1.0")
+from gi.repository import Atk, GLib, Gtk  # noqa: E402
+
+log_path = sys.argv[1]
+
+
+def option(name, default=None):
+    return sys.argv[sys.argv.index(name) + 1] if name in sys.argv else default
+
+
+title = option("--title", "GTK Probe")
+page_url = option("--page")
+
+
+def record(line):
+    with open(log_path, "a", encoding="utf-8") as log:
+        log.write(line + "\n")
+
+
+def item(label, sensitive=True):
+    entry = Gtk.MenuItem.new_with_label(label)
+    entry.set_sensitive(sensitive)
+    entry.connect("activate", lambda _: record("menu " + label))
+    return entry
+
+
+def menu(label, entries):
+    top = Gtk.MenuItem.new_with_label(label)
+    sub = Gtk.Menu()
+    for entry in entries:
+        sub.append(entry)
+    top.set_submenu(sub)
+    return top
+
+
+window = Gtk.Window(title=title)
+window.set_wmclass(option("--app-class", "gtkprobe"), option("--app-class", "gtkprobe"))
+window.set_default_size(480, 360)
+window.connect("destroy", Gtk.main_quit)
+
+recent = menu("Recent", [item("First File"), item("Second File")])
+disabled = menu("Disabled Tools", [item("Hidden Tool")])
+disabled.set_sensitive(False)
+bar = Gtk.MenuBar()
+bar.append(menu("File", [item("New"), item("Locked", sensitive=False), Gtk.SeparatorMenuItem(),
+                         recent, disabled]))
+bar.append(menu("Edit", [item("Copy"), item("Paste")]))
+
+# The caret waits after the third character, also when the entry takes the focus.
+Gtk.Settings.get_default().set_property("gtk-entry-select-on-focus", False)
+entry = Gtk.Entry()
+entry.set_text("hello world")
+entry.set_position(3)
+entry.get_accessible().set_name("Search")
+entry.connect("changed", lambda e: record("entry " + e.get_text()))
+
+area = Gtk.TextView()
+area.get_buffer().set_text("first line\nsecond line")
+area.get_accessible().set_name("Notes")
+area.get_buffer().connect(
+    "changed", lambda b: record("area " + b.get_text(b.get_start_iter(), b.get_end_iter(), True)
+                                .replace("\n", "\\n")))
+
+names = Gtk.ListBox()
+names.get_accessible().set_name("Names")
+for name in ("alpha", "beta"):
+    names.add(Gtk.Label(label=name))
+
+button = Gtk.Button(label="Press Me")
+button.connect("clicked", lambda _: record("button"))
+
+box = Gtk.Box(orientation=Gtk.Orientation.VERTICAL, spacing=4)
+box.pack_start(bar, False, False, 0)
+box.pack_start(entry, False, False, 0)
+box.pack_start(area, True, True, 0)
+box.pack_start(button, False, False, 0)
+box.pack_start(names, True, True, 0)
+
+
+class Page(Atk.Object, Atk.Document):
+    """The accessible of a web page: a document with its address."""
+
+    def __init__(self, url):
+        super().__init__()
+        self.url = url
+        self.set_role(Atk.Role.DOCUMENT_WEB)
+        self.set_name("Page")
+
+    def do_get_document_attribute_value(self, name):
+        return self.url if name == "DocURL" else None
+
+    def do_ref_state_set(self):
+        states = Atk.StateSet()
+        for state in (Atk.StateType.VISIBLE, Atk.StateType.SHOWING, Atk.StateType.ENABLED):
+            states.add_state(state)
+        return states
+
+
+class PageView(Gtk.DrawingArea):
+    def __init__(self, url):
+        super().__init__()
+        self.page = Page(url)
+        self.set_size_request(200, 60)
+
+    def do_get_accessible(self):
+        if self.page.get_parent() is None and self.get_parent() is not None:
+            self.page.set_parent(self.get_parent().get_accessible())
+        return self.page
+
+
+if page_url:
+    view = PageView(page_url)
+    box.pack_start(view, False, False, 0)
+
+    def read_command(source, _):
+        line = source.readline()
+        if not line:
+            return False
+        if line.startswith("url "):
+            view.page.url = line[4:].strip()
+            record("page " + view.page.url)
+        return True
+
+    GLib.io_add_watch(sys.stdin, GLib.IO_IN | GLib.IO_HUP, read_command)
+
+window.add(box)
+
+
+def key(_, event):
+    record("key %x" % event.keyval)
+    return False
+
+
+window.connect("key-press-event", key)
+window.show_all()
+
+
+def ready():
+    record("ready")
+    return False
+
+
+GLib.idle_add(ready)
+Gtk.main()
