@@ -291,6 +291,12 @@ void TestAccessibility::menus()
         shape(menu), QStringLiteral("File(New,Recent(First File,Second File)),Edit(Copy,Paste)"));
     QVERIFY(idsWellFormed(menu, true));
 
+    // The empty identifier is the first menu-bar entry's: pressing it opens that menu.
+    send(QJsonObject {
+        { L::method, L::performMenu }, { L::id, app->id }, { QStringLiteral("m"), QString() } });
+    QTRY_VERIFY(testApp->lines().contains(QStringLiteral("open File")));
+    run(QStringLiteral("xdotool"), { QStringLiteral("key"), QStringLiteral("Escape") });
+
     // Invoking an entry from the tree.
     const QString firstFile = findId(menu, QStringLiteral("First File"));
     send(QJsonObject {

@@ -45,6 +45,7 @@ def menu(label, entries):
     sub = Gtk.Menu()
     for entry in entries:
         sub.append(entry)
+    sub.connect("show", lambda _: record("open " + label))
     top.set_submenu(sub)
     return top
 
@@ -58,8 +59,10 @@ recent = menu("Recent", [item("First File"), item("Second File")])
 disabled = menu("Disabled Tools", [item("Hidden Tool")])
 disabled.set_sensitive(False)
 bar = Gtk.MenuBar()
+# Names that a client must never see, as on a Mac: the system menu and the services.
+bar.append(menu("Apple", [item("About")]))
 bar.append(menu("File", [item("New"), item("Locked", sensitive=False), Gtk.SeparatorMenuItem(),
-                         recent, disabled]))
+                         recent, disabled, menu("Services", [item("Share")])]))
 bar.append(menu("Edit", [item("Copy"), item("Paste")]))
 
 # The caret waits after the third character, also when the entry takes the focus.

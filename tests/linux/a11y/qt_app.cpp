@@ -47,7 +47,10 @@ int main(int argc, char **argv)
             action, &QAction::triggered, [text] { record(QStringLiteral("menu ") + text); });
         return action;
     };
+    // Names that a client must never see, as on a Mac: the system menu and the services.
+    addItem(window.menuBar()->addMenu(QStringLiteral("Apple")), QStringLiteral("About"));
     QMenu *file = window.menuBar()->addMenu(QStringLiteral("File"));
+    QObject::connect(file, &QMenu::aboutToShow, [] { record(QStringLiteral("open File")); });
     addItem(file, QStringLiteral("New"));
     addItem(file, QStringLiteral("Locked"), false);
     file->addSeparator();
@@ -57,6 +60,7 @@ int main(int argc, char **argv)
     QMenu *disabled = file->addMenu(QStringLiteral("Disabled Tools"));
     addItem(disabled, QStringLiteral("Hidden Tool"));
     disabled->setEnabled(false);
+    addItem(file->addMenu(QStringLiteral("Services")), QStringLiteral("Share"));
     QMenu *edit = window.menuBar()->addMenu(QStringLiteral("Edit"));
     addItem(edit, QStringLiteral("Copy"));
     addItem(edit, QStringLiteral("Paste"));
