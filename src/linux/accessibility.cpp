@@ -10,6 +10,9 @@
 #include <QDBusReply>
 #include <QDBusVariant>
 
+#include <cerrno>
+#include <signal.h>
+
 namespace {
 const QString a11yService = QStringLiteral("org.a11y.Bus");
 const QString a11yPath = QStringLiteral("/org/a11y/bus");
@@ -100,6 +103,13 @@ void Accessibility::onEvent(AtspiEvent *event, void *data)
     if (pid <= 0)
         return;
     if (gained) {
+        // Processes that ended while they had the focus leave no trace.
+        for (auto entry = self->focused.begin(); entry != self->focused.end();) {
+            if (::kill(entry.key(), 0) != 0 && errno == ESRCH)
+                entry = self->focused.erase(entry);
+            else
+                ++entry;
+        }
         self->focused.insert(pid, source);
         emit self->focusChanged(pid, source);
     } else if (self->focused.value(pid) == source) {
