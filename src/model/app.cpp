@@ -2,6 +2,7 @@
 
 #include "http.h"
 #include "httputils.h"
+#include "json.h"
 #include "l.h"
 #include "server.h"
 #include "website.h"
@@ -188,8 +189,7 @@ void App::parseCommands(const HttpReply &reply)
     if (reply.isSuccessful()) {
         commands = reply.body();
         commandsAreLoaded = true;
-        const QJsonValue isBrowser
-            = QJsonDocument::fromJson(commands).object().value(QStringLiteral("b"));
+        const QJsonValue isBrowser = Json::parse(commands).object().value(QStringLiteral("b"));
         setBrowser(isBrowser.isBool() && isBrowser.toBool());
         emit commandsLoaded(commands);
         return;

@@ -1,6 +1,7 @@
 #include "server.h"
 
 #include "constants.h"
+#include "json.h"
 #include "l.h"
 #include "messagehandler.h"
 #include "random.h"
@@ -339,7 +340,7 @@ void Server::dispatch(QWebSocket *socket, const QByteArray &message)
         data = decrypt(message, key);
 
     QJsonParseError error;
-    const QJsonDocument document = QJsonDocument::fromJson(data, &error);
+    const QJsonDocument document = Json::parse(data, &error);
     if (document.isNull()) {
         qCWarning(lcServer) << "Cannot parse JSON" << error.errorString() << excerpt(data)
                             << excerpt(message);

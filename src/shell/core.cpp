@@ -9,6 +9,7 @@
 #include "http.h"
 #include "httputils.h"
 #include "idle.h"
+#include "json.h"
 #include "l.h"
 #include "menufocushandlers.h"
 #include "platform.h"
@@ -73,8 +74,7 @@ void Core::start()
 QStringList Core::siteHosts(const QByteArray &catalogue)
 {
     QStringList hosts;
-    const QJsonArray sites
-        = QJsonDocument::fromJson(catalogue).object().value(QStringLiteral("i")).toArray();
+    const QJsonArray sites = Json::parse(catalogue).object().value(QStringLiteral("i")).toArray();
     for (const QJsonValue &entry : sites) {
         const QString host = entry.toObject().value(QStringLiteral("d")).toString();
         if (!host.isEmpty())
@@ -106,8 +106,7 @@ void Core::loadWebsites()
                 + QStringLiteral("/web/") + host + QStringLiteral(".json")));
             connect(document, &HttpReply::finished, this, [this, host](const HttpReply &site) {
                 if (site.isSuccessful())
-                    websites.insert(
-                        host, new Website(QJsonDocument::fromJson(site.body()).object(), this));
+                    websites.insert(host, new Website(Json::parse(site.body()).object(), this));
             });
         }
     });

@@ -104,6 +104,14 @@ void TestBadInput::encryptedBodies_data()
         << 1 << int(Unhandled);
     QTest::newRow("JSON array") << QByteArray("[1,2,3]") << 1 << int(Unhandled);
     QTest::newRow("code not a string") << QByteArray("{\"_\":[\"ia\"]}") << 1 << int(Unhandled);
+    // Qt's parser would keep the first value of a repeated key for good: refused instead.
+    QTest::newRow("repeated key after an object")
+        << QByteArray("{\"_\":\"zz\",\"d\":{\"i\":[{\"n\":\"\"}]},\"d\":\"\"}") << 1
+        << int(ClosedAndForgotten);
+    QTest::newRow("repeated key after an array, escaped")
+        << QByteArray("[{\"_\":[1],\"\\u005f\":\"zz\"}]") << 1 << int(ClosedAndForgotten);
+    QTest::newRow("repeated key with plain values")
+        << QByteArray("{\"_\":\"yy\",\"_\":\"zz\"}") << 1 << int(Unhandled);
     QTest::newRow("plain JSON on encrypted connection")
         << QByteArray("{\"_\":\"zz\"}") << 0 << int(ClosedAndForgotten);
 }
