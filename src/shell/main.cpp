@@ -1,4 +1,5 @@
 #include "constants.h"
+#include "quitonsignals.h"
 #include "singleapplication.h"
 #include "ui.h"
 #include "updateutils.h"
@@ -31,6 +32,7 @@ int main(int argc, char *argv[])
     // A second start for the same user ends in here, after telling the first one.
     SingleApplication app(argc, argv, false, SingleApplication::User, 1000);
     QGuiApplication::setDesktopFileName(Constants::UNIX_NAME);
+    QuitOnSignals quitOnSignals;
 
     QTranslator qtTranslator;
     if (qtTranslator.load(QStringLiteral("qt_") + QLocale::system().name(),

@@ -9,6 +9,9 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+#include <cerrno>
+#include <cstring>
+#include <sched.h>
 #include <unistd.h>
 
 namespace {
@@ -66,6 +69,13 @@ private:
 
 void TestSingleApplication::initTestCase()
 {
+    // System V keys come from the key file's inode number, cut to 16 bits: a lock or block left
+    // on this machine by any other program that died can carry the key of a fresh key file, and
+    // then refuses another user or blocks forever. Where it can (as root, as on the CI machine),
+    // the test runs its processes in a new, empty IPC namespace, so that it is about our names
+    // and nothing else.
+    if (::geteuid() == 0)
+        QVERIFY2(::unshare(CLONE_NEWIPC) == 0, ::strerror(errno));
     environment = QProcessEnvironment::systemEnvironment();
     environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
     // A private place for the local socket and the shared memory's key files.

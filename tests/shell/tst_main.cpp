@@ -6,6 +6,8 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+#include <csignal>
+
 // The program as started from a shell.
 class TestMain : public QObject
 {
@@ -13,6 +15,8 @@ class TestMain : public QObject
 private slots:
     void logLinesNameTheirFunction();
     void startsWithoutTranslations();
+    void quitsCleanlyOnSignal_data();
+    void quitsCleanlyOnSignal();
 };
 
 void TestMain::logLinesNameTheirFunction()
@@ -30,11 +34,10 @@ void TestMain::logLinesNameTheirFunction()
     QVERIFY(server.waitForStarted());
     QByteArray output;
     // What the program printed is shown when it never gets there.
-    QTRY_VERIFY2_WITH_TIMEOUT(
-        (output += server.readAllStandardError()).contains("ZeroConf error"), output.constData(),
-        20000);
-    server.kill();
-    server.waitForFinished();
+    QTRY_VERIFY2_WITH_TIMEOUT((output += server.readAllStandardError()).contains("ZeroConf error"),
+        output.constData(), 20000);
+    server.terminate();
+    QVERIFY(server.waitForFinished(10000));
     const QList<QByteArray> lines = output.split('\n');
     QByteArray line;
     for (const QByteArray &candidate : lines) {
@@ -71,12 +74,55 @@ void TestMain::startsWithoutTranslations()
     // It gets as far as serving: the port is chosen and the advertisement tried.
     QByteArray output;
     // What the program printed is shown when it never gets there.
-    QTRY_VERIFY2_WITH_TIMEOUT(
-        (output += server.readAllStandardError()).contains("ZeroConf error"), output.constData(),
-        20000);
+    QTRY_VERIFY2_WITH_TIMEOUT((output += server.readAllStandardError()).contains("ZeroConf error"),
+        output.constData(), 20000);
     QCOMPARE(server.state(), QProcess::Running);
-    server.kill();
-    server.waitForFinished();
+    server.terminate();
+    QVERIFY(server.waitForFinished(10000));
+}
+
+void TestMain::quitsCleanlyOnSignal_data()
+{
+    QTest::addColumn<int>("signal");
+    QTest::newRow("logout (SIGTERM)") << int(SIGTERM);
+    QTest::newRow("Ctrl+C (SIGINT)") << int(SIGINT);
+    QTest::newRow("terminal closed (SIGHUP)") << int(SIGHUP);
+}
+
+void TestMain::quitsCleanlyOnSignal()
+{
+    QFETCH(int, signal);
+    QTemporaryDir home;
+    QTemporaryDir temp;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(QStringLiteral("XDG_CONFIG_HOME"), home.filePath(QStringLiteral("config")));
+    environment.insert(QStringLiteral("XDG_CACHE_HOME"), home.filePath(QStringLiteral("cache")));
+    environment.insert(QStringLiteral("XDG_RUNTIME_DIR"), home.path());
+    // The local socket and the key files of the single-instance block live here.
+    environment.insert(QStringLiteral("TMPDIR"), temp.path());
+    environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
+    environment.insert(QStringLiteral("DBUS_SYSTEM_BUS_ADDRESS"),
+        QStringLiteral("unix:path=") + home.filePath(QStringLiteral("no-bus")));
+    QProcess server;
+    server.setProcessEnvironment(environment);
+    server.start(QStringLiteral(VELM_SERVER_EXECUTABLE), QStringList());
+    QVERIFY(server.waitForStarted());
+    QByteArray output;
+    QTRY_VERIFY2_WITH_TIMEOUT((output += server.readAllStandardError()).contains("ZeroConf error"),
+        output.constData(), 20000);
+    const QDir::Filters everything
+        = QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot;
+    QVERIFY(!QDir(temp.path()).entryList(everything).isEmpty());
+
+    QCOMPARE(::kill(pid_t(server.processId()), signal), 0);
+    QVERIFY(server.waitForFinished(10000));
+    output += server.readAllStandardError();
+    QCOMPARE(server.exitStatus(), QProcess::NormalExit);
+    QVERIFY2(server.exitCode() == 0, output.constData());
+    QVERIFY2(
+        output.contains("Quitting on signal " + QByteArray::number(signal)), output.constData());
+    // Nothing is left behind for the next start to find.
+    QCOMPARE(QDir(temp.path()).entryList(everything), QStringList());
 }
 
 QTEST_GUILESS_MAIN(TestMain)
