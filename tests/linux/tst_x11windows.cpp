@@ -663,13 +663,22 @@ void TestX11Windows::mediaKeysWithoutAPlayer()
     Probe *probe = startProbe({ QStringLiteral("--class"), QStringLiteral("listener") });
     QVERIFY(probe->waitReady());
     QTRY_COMPARE(activeWindow(), probe->window);
+    // The window manager names the active window before the keyboard is surely there: an
+    // ordinary key, typed from outside, shows that keys reach the listener.
+    QCOMPARE(QProcess::execute(
+                 QStringLiteral("xdotool"), { QStringLiteral("key"), QStringLiteral("x") }),
+        0);
+    QTRY_COMPARE(probe->keys().size(), 1);
+    QVERIFY2(probe->keys().first().startsWith(QStringLiteral("key 78 0 ")),
+        qPrintable(probe->keys().first()));
     QVERIFY(send(QJsonObject { { L::method, L::playPause } }));
     QVERIFY(send(QJsonObject { { L::method, L::nextTrack } }));
     QVERIFY(send(QJsonObject { { L::method, L::previousTrack } }));
     // XF86AudioPlay, XF86AudioNext, XF86AudioPrev; no text.
-    QTRY_COMPARE(probe->keys(),
-        (QStringList { QStringLiteral("key 1008ff14 0 "), QStringLiteral("key 1008ff17 0 "),
-            QStringLiteral("key 1008ff16 0 ") }));
+    const QStringList expected { QStringLiteral("key 1008ff14 0 "),
+        QStringLiteral("key 1008ff17 0 "), QStringLiteral("key 1008ff16 0 ") };
+    QTRY_VERIFY2(
+        probe->keys().mid(1) == expected, qPrintable(probe->keys().join(QStringLiteral(", "))));
 }
 
 #include "tst_x11windows.moc"
