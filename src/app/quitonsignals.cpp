@@ -59,11 +59,12 @@ QuitOnSignals::~QuitOnSignals()
 void QuitOnSignals::onSignal(int signal)
 {
     const int savedErrno = errno;
-    // The next one of the same kind is not caught: a shutdown that hangs can still be ended.
+    // The next one is not caught: a shutdown that hangs can still be ended.
     struct sigaction action = {};
     action.sa_handler = SIG_DFL;
     sigemptyset(&action.sa_mask);
-    ::sigaction(signal, &action, nullptr);
+    for (int each : s_signals)
+        ::sigaction(each, &action, nullptr);
     const unsigned char byte = static_cast<unsigned char>(signal);
     if (::write(s_pipe[1], &byte, 1) < 0) {
         // Nothing more can be done inside a handler; the default action follows next time.
