@@ -130,6 +130,7 @@ void TestHandlers::installedAppsWithoutRunningHaveNoStatus()
     f.platform->addApp(QStringLiteral("b"), QStringLiteral("B"));
     QVERIFY(f.start());
     ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    QVERIFY(client);
     const auto reply = f.request(client, req(L::installedApps), L::installedApps);
     QVERIFY(reply);
     for (const QJsonValue &app : reply->object.value(L::apps).toArray())
@@ -142,7 +143,9 @@ void TestHandlers::currentAppPushedWhenItGoesAway()
     FakeApp *app = f.platform->addApp(QStringLiteral("a"), QStringLiteral("A"));
     QVERIFY(f.start());
     ProtocolClient *one = f.connectClient(QStringLiteral("one"));
+    QVERIFY(one);
     ProtocolClient *two = f.connectClient(QStringLiteral("two"));
+    QVERIFY(two);
     f.platform->setCurrentApp(app);
     QTRY_COMPARE(one->framesWith(L::currentApp).size(), 1);
     QCOMPARE(
@@ -161,6 +164,7 @@ void TestHandlers::runningAppsRequestGetsNoReply()
     CoreFixture f;
     QVERIFY(f.start());
     ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    QVERIFY(client);
     LogCapture log;
     QVERIFY(f.requestAndSettle(client, req(L::runningApps)));
     QCOMPARE(client->framesWith(L::runningApps).size(), 0);
@@ -174,6 +178,7 @@ void TestHandlers::appIconSizes()
     app->icon = QIcon(solid(256, 256));
     QVERIFY(f.start());
     ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    QVERIFY(client);
     QVERIFY(f.requestAndSettle(
         client, req(L::appIcon, { { L::id, QStringLiteral("a") }, { L::size, 15 } })));
     QCOMPARE(client->framesWith(L::appIcon).size(), 0);
@@ -197,6 +202,7 @@ void TestHandlers::appIconUnknownOrEmpty()
     f.platform->addApp(QStringLiteral("a"), QStringLiteral("A"));
     QVERIFY(f.start());
     ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    QVERIFY(client);
     QVERIFY(f.requestAndSettle(
         client, req(L::appIcon, { { L::id, QStringLiteral("zz") }, { L::size, 32 } })));
     QVERIFY(f.requestAndSettle(client, req(L::appIcon, { { L::size, 32 } })));
@@ -211,6 +217,7 @@ void TestHandlers::appIconCachedUntilItChanges()
     app->icon = QIcon(solid(256, 256, Qt::red));
     QVERIFY(f.start());
     ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    QVERIFY(client);
     auto png = [&](int size) {
         const auto reply = f.request(client,
             req(L::appIcon, { { L::id, QStringLiteral("a") }, { L::size, size } }), L::appIcon);
@@ -243,6 +250,7 @@ void TestHandlers::activateFallsBackToCurrentApp()
     f.platform->setCurrentApp(front);
     QVERIFY(f.start());
     ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    QVERIFY(client);
     QVERIFY(f.requestAndSettle(client, req(L::activateApp)));
     QVERIFY(front->calls.contains(QStringLiteral("activate")));
     QVERIFY(
@@ -274,6 +282,7 @@ void TestHandlers::actionsCallTheirOperation()
     FakeApp *app = f.platform->addApp(QStringLiteral("a"), QStringLiteral("A"));
     QVERIFY(f.start());
     ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    QVERIFY(client);
     QVERIFY(f.requestAndSettle(client, req(code, { { L::id, QStringLiteral("a") } })));
     QCOMPARE(app->calls, QStringList { operation });
     QCOMPARE(client->framesWith(code).size(), 0);
@@ -287,6 +296,7 @@ void TestHandlers::scrollAmounts()
     app->calls.clear();
     QVERIFY(f.start());
     ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    QVERIFY(client);
     QVERIFY(f.requestAndSettle(client, req(L::appScroll, { { L::x, 0 }, { L::y, -3 } })));
     QVERIFY(f.requestAndSettle(client, req(L::appScroll)));
     QCOMPARE(app->calls,
@@ -301,6 +311,7 @@ void TestHandlers::keySequenceNeedsId()
     app->calls.clear();
     QVERIFY(f.start());
     ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    QVERIFY(client);
     QVERIFY(
         f.requestAndSettle(client, req(L::keySequence, { { L::keys, QStringLiteral("cmd+c") } })));
     QVERIFY(app->calls.isEmpty());
@@ -316,6 +327,7 @@ void TestHandlers::keySequenceArray()
     FakeApp *app = f.platform->addApp(QStringLiteral("a"), QStringLiteral("A"));
     QVERIFY(f.start());
     ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    QVERIFY(client);
     QVERIFY(f.requestAndSettle(client,
         req(L::keySequence,
             { { L::id, QStringLiteral("a") },
@@ -331,6 +343,7 @@ void TestHandlers::keySequenceBadKeys()
     FakeApp *app = f.platform->addApp(QStringLiteral("a"), QStringLiteral("A"));
     QVERIFY(f.start());
     ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    QVERIFY(client);
     LogCapture log;
     QVERIFY(f.requestAndSettle(
         client, req(L::keySequence, { { L::id, QStringLiteral("a") }, { L::keys, 42 } })));
@@ -349,6 +362,7 @@ void TestHandlers::menuTreeInAttachment()
     app->menu.emplace_back(QStringLiteral("2"), QStringLiteral("Help"), nullptr);
     QVERIFY(f.start());
     ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    QVERIFY(client);
     const auto reply
         = f.request(client, req(L::appMenu, { { L::id, QStringLiteral("a") } }), L::appMenu);
     QVERIFY(reply);
@@ -368,6 +382,7 @@ void TestHandlers::emptyMenuIsEmptyArray()
     f.platform->addApp(QStringLiteral("a"), QStringLiteral("A"));
     QVERIFY(f.start());
     ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    QVERIFY(client);
     const auto reply
         = f.request(client, req(L::appMenu, { { L::id, QStringLiteral("a") } }), L::appMenu);
     QVERIFY(reply);
@@ -382,6 +397,7 @@ void TestHandlers::menuWithoutIdNotAnswered()
     app->calls.clear();
     QVERIFY(f.start());
     ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    QVERIFY(client);
     QVERIFY(f.requestAndSettle(client, req(L::appMenu)));
     QCOMPARE(client->framesWith(L::appMenu).size(), 0);
     QVERIFY(app->calls.isEmpty());
@@ -393,6 +409,7 @@ void TestHandlers::performMenu()
     FakeApp *app = f.platform->addApp(QStringLiteral("a"), QStringLiteral("A"));
     QVERIFY(f.start());
     ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    QVERIFY(client);
     QVERIFY(f.requestAndSettle(client,
         req(L::performMenu,
             { { L::id, QStringLiteral("a") }, { QStringLiteral("m"), QStringLiteral("1.2") } })));
@@ -408,6 +425,7 @@ void TestHandlers::focusValueQueryFallsBackToCurrent()
     app->focusValue = QStringLiteral("first line\nsecond line");
     QVERIFY(f.start());
     ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    QVERIFY(client);
     const auto reply = f.request(client, req(L::focusValue), L::focusedElement);
     QVERIFY(reply);
     QCOMPARE(reply->object,
@@ -422,6 +440,7 @@ void TestHandlers::focusValueSetNotAnswered()
     FakeApp *app = f.platform->addApp(QStringLiteral("a"), QStringLiteral("A"));
     QVERIFY(f.start());
     ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    QVERIFY(client);
     QVERIFY(f.requestAndSettle(client,
         req(L::focusValue,
             { { L::id, QStringLiteral("a") }, { L::value, QStringLiteral("hello") } })));
@@ -437,6 +456,7 @@ void TestHandlers::focusPerform()
     app->calls.clear();
     QVERIFY(f.start());
     ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    QVERIFY(client);
     QVERIFY(f.requestAndSettle(client, req(L::performFocus)));
     QCOMPARE(app->calls, QStringList { QStringLiteral("performFocusedElement") });
 }
@@ -450,6 +470,7 @@ void TestHandlers::listingOfHomeWhenNoPath()
     CoreFixture f;
     QVERIFY(f.start());
     ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    QVERIFY(client);
     const auto reply = f.request(client, req(L::directoryListing), L::directoryListing);
     qputenv("HOME", oldHome);
     QVERIFY(reply);
@@ -475,6 +496,7 @@ void TestHandlers::listingOrderAndTypes()
     CoreFixture f;
     QVERIFY(f.start());
     ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    QVERIFY(client);
     const auto reply = f.request(
         client, req(L::directoryListing, { { L::path, dir.path() } }), L::directoryListing);
     QVERIFY(reply);
@@ -505,6 +527,7 @@ void TestHandlers::listingOfMissingDirectory()
     CoreFixture f;
     QVERIFY(f.start());
     ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    QVERIFY(client);
     const auto reply = f.request(client,
         req(L::directoryListing, { { L::path, QStringLiteral("/no/such/dir") } }),
         L::directoryListing);
@@ -524,6 +547,7 @@ void TestHandlers::listingEscapesNames()
     CoreFixture f;
     QVERIFY(f.start());
     ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    QVERIFY(client);
     const auto reply = f.request(
         client, req(L::directoryListing, { { L::path, dir.path() } }), L::directoryListing);
     QVERIFY(reply);
@@ -544,6 +568,7 @@ void TestHandlers::fileIconSizes()
     f.platform->fileIcons.insert(QStringLiteral("/tmp/a.txt"), solid(32, 32));
     QVERIFY(f.start());
     ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    QVERIFY(client);
     QVERIFY(f.requestAndSettle(
         client, req(L::fileIcon, { { L::path, QStringLiteral("/tmp/a.txt") }, { L::size, 8 } })));
     QCOMPARE(client->framesWith(L::fileIcon).size(), 0);
@@ -567,6 +592,7 @@ void TestHandlers::fileIconByType()
     f.platform->typeIcons.insert(QStringLiteral("pdf"), solid(48, 48));
     QVERIFY(f.start());
     ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    QVERIFY(client);
     const auto reply = f.request(client,
         req(L::fileIcon, { { L::type, QStringLiteral("pdf") }, { L::size, 48 } }), L::fileIcon);
     QVERIFY(reply);
@@ -582,6 +608,7 @@ void TestHandlers::previewAlwaysAnswered()
     f.platform->previews.insert(QStringLiteral("/p.png"), solid(40, 30));
     QVERIFY(f.start());
     ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    QVERIFY(client);
     const auto none = f.request(client,
         req(L::filePreview,
             { { L::path, QStringLiteral("/doc.pdf") }, { L::width, 100 }, { L::height, 100 } }),
@@ -609,6 +636,7 @@ void TestHandlers::fileAppsAndOpen()
     f.platform->fileApps = { viewer, editor };
     QVERIFY(f.start());
     ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    QVERIFY(client);
     const auto reply = f.request(
         client, req(L::fileApps, { { L::path, QStringLiteral("/x.txt") } }), L::fileApps);
     QVERIFY(reply);
@@ -632,7 +660,9 @@ void TestHandlers::volumeQueryAndSet()
     f.platform->volume = 42;
     QVERIFY(f.start());
     ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    QVERIFY(client);
     ProtocolClient *other = f.connectClient(QStringLiteral("tablet"));
+    QVERIFY(other);
     const auto reply = f.request(client, req(L::volume), L::volume);
     QVERIFY(reply);
     QCOMPARE(reply->object, QJsonObject({ { L::method, L::volume }, { L::value, 42 } }));
@@ -654,6 +684,7 @@ void TestHandlers::volumeFromStringIsZero()
     CoreFixture f;
     QVERIFY(f.start());
     ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    QVERIFY(client);
     QVERIFY(f.requestAndSettle(client, req(L::volume, { { L::value, QStringLiteral("50") } })));
     QVERIFY(f.platform->calls.contains(QStringLiteral("setVolume(0)")));
     QVERIFY(f.requestAndSettle(client, req(L::volume, { { L::value, 150 } })));
@@ -666,6 +697,7 @@ void TestHandlers::muteIsBoolean()
     f.platform->muted = true;
     QVERIFY(f.start());
     ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    QVERIFY(client);
     const auto reply = f.request(client, req(L::volumeMute), L::volumeMute);
     QVERIFY(reply);
     QVERIFY(reply->object.value(L::value).isBool());
@@ -682,6 +714,7 @@ void TestHandlers::brightnessQueryAndSet()
     f.platform->brightness = 70;
     QVERIFY(f.start());
     ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    QVERIFY(client);
     const auto reply = f.request(client, req(L::brightness), L::brightness);
     QVERIFY(reply);
     QCOMPARE(reply->object.value(L::value).toInt(), 70);
@@ -698,6 +731,7 @@ void TestHandlers::lockFalseDoesNothing()
     CoreFixture f;
     QVERIFY(f.start());
     ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    QVERIFY(client);
     QVERIFY(f.requestAndSettle(client, req(L::screenLock, { { L::value, false } })));
     QVERIFY(!f.platform->calls.contains(QStringLiteral("lockScreen")));
     QCOMPARE(client->framesWith(L::screenLock).size(), 0);
@@ -717,6 +751,7 @@ void TestHandlers::unsupportedList()
     CoreFixture f;
     QVERIFY(f.start());
     ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    QVERIFY(client);
     const auto empty = f.request(client, req(L::unsupported), L::unsupported);
     QVERIFY(empty);
     QCOMPARE(
@@ -734,6 +769,7 @@ void TestHandlers::platformChangeReachesAuthenticatedAndPending()
     f.platform->volume = 12;
     QVERIFY(f.start());
     ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    QVERIFY(client);
     ProtocolClient *stranger = f.connectStranger(QStringLiteral("stranger"));
     QVERIFY(stranger);
     emit f.platform->volumeChanged();
@@ -748,6 +784,7 @@ void TestHandlers::systemCommandsReachThePlatform()
     CoreFixture f;
     QVERIFY(f.start());
     ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    QVERIFY(client);
     const int framesBefore = client->frames.size();
     for (const QString &code : { L::sleep, L::logout, L::restart, L::shutdown, L::playPause,
              L::previousTrack, L::nextTrack })

@@ -132,6 +132,7 @@ void TestWebCommands::commandsAnsweredOnceLoaded()
     f.platform->addApp(QStringLiteral("org.slow"), QStringLiteral("Slow"));
     QVERIFY(f.start());
     ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    QVERIFY(client);
     client->send(req(L::appCommands, { { L::id, QStringLiteral("org.slow") } }));
     QTRY_COMPARE(client->framesWith(L::appCommands).size(), 1);
     const Frame reply = client->framesWith(L::appCommands).at(0);
@@ -149,6 +150,7 @@ void TestWebCommands::laterRequestAnsweredFromMemory()
     f.platform->addApp(QStringLiteral("org.fast"), QStringLiteral("Fast"));
     QVERIFY(f.start());
     ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    QVERIFY(client);
     QVERIFY(f.request(
         client, req(L::appCommands, { { L::id, QStringLiteral("org.fast") } }), L::appCommands));
     const int requests = fixture.requests.size();
@@ -172,6 +174,7 @@ void TestWebCommands::subscriptionLastsAsLongAsTheSocket()
     App *app = f.platform->addApp(QStringLiteral("org.sub"), QStringLiteral("Sub"));
     QVERIFY(f.start());
     ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    QVERIFY(client);
     client->send(req(L::appCommands, { { L::id, QStringLiteral("org.sub") } }));
     QTRY_COMPARE(client->framesWith(L::appCommands).size(), 1);
     // Every later load of that application reaches the socket again.
@@ -214,6 +217,7 @@ void TestWebCommands::siteCommandsOncePerHost()
     QVERIFY(f.start());
     QTRY_COMPARE(f.core->websites.size(), 2);
     ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    QVERIFY(client);
     browser->onBrowserUrlChanged(QStringLiteral("https://example.org/one"));
     browser->onBrowserUrlChanged(QStringLiteral("https://example.org/two?x=1"));
     browser->onBrowserUrlChanged(QStringLiteral("https://other.org/"));
@@ -236,6 +240,7 @@ void TestWebCommands::hostWithoutDocumentClearsSite()
     App *browser = f.platform->addApp(QStringLiteral("org.browser"), QStringLiteral("Browser"));
     QVERIFY(f.start());
     ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    QVERIFY(client);
     browser->onBrowserUrlChanged(QStringLiteral("https://unknown.example/page"));
     QTRY_COMPARE(client->framesWith(L::siteCommands).size(), 1);
     QCOMPARE(client->framesWith(L::siteCommands).at(0).object,
@@ -288,6 +293,7 @@ void TestWebCommands::iconBytesPassedThrough()
     CoreFixture f;
     QVERIFY(f.start());
     ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    QVERIFY(client);
     const auto reply = f.request(client,
         req(L::commandIcon, { { L::id, QStringLiteral("find") }, { L::size, 64 } }),
         L::commandIcon);
@@ -304,6 +310,7 @@ void TestWebCommands::iconTooSmallOrUnknown()
     CoreFixture f;
     QVERIFY(f.start());
     ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    QVERIFY(client);
     const int before = fixture.requests.size();
     QVERIFY(f.requestAndSettle(
         client, req(L::commandIcon, { { L::id, QStringLiteral("find") }, { L::size, 15 } })));
@@ -322,7 +329,9 @@ void TestWebCommands::iconDroppedWhenAskerLeft()
     CoreFixture f;
     QVERIFY(f.start());
     ProtocolClient *leaving = f.connectClient(QStringLiteral("leaving"));
+    QVERIFY(leaving);
     ProtocolClient *staying = f.connectClient(QStringLiteral("staying"));
+    QVERIFY(staying);
     leaving->send(req(L::commandIcon, { { L::id, QStringLiteral("late") }, { L::size, 32 } }));
     QTRY_COMPARE(fixture.count(base + "/icon?i=late&s=32"), 1);
     leaving->close();
@@ -346,6 +355,7 @@ void TestWebCommands::noWebServiceMeansNoRequest()
     app->loadCommands();
     QCOMPARE(log.count(QStringLiteral("Cannot load commands")), 1);
     ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    QVERIFY(client);
     QVERIFY(f.requestAndSettle(
         client, req(L::commandIcon, { { L::id, QStringLiteral("x") }, { L::size, 32 } })));
     QCOMPARE(fixture.requests.size(), before);

@@ -169,7 +169,7 @@ void TestAccessibility::initTestCase()
         QVERIFY2(!platform->getUnsupported().contains(code), qPrintable(code));
     Pairing::authorize(QStringLiteral("phone"), QStringLiteral("phone-token"));
     client = new ProtocolClient(QStringLiteral("phone"));
-    QVERIFY(Pairing::connectAuthenticated(*client, core->server->serverPort()));
+    QVERIFY(Pairing::connectAuthenticated(*client, listeningPort(core->server)));
 }
 
 void TestAccessibility::cleanupTestCase()

@@ -328,7 +328,7 @@ void TestLinuxPlatform::installedAppsOverTheWire()
     QTRY_VERIFY(core.server->handler(L::appIcon));
     Pairing::authorize(QStringLiteral("phone"), QStringLiteral("tok"));
     ProtocolClient client(QStringLiteral("phone"));
-    QVERIFY(Pairing::connectAuthenticated(client, core.server->serverPort()));
+    QVERIFY(Pairing::connectAuthenticated(client, listeningPort(core.server)));
     client.send(QJsonObject { { L::method, L::installedApps } });
     QTRY_VERIFY(!client.framesWith(L::installedApps).isEmpty());
     bool found = false;

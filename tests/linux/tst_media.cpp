@@ -116,7 +116,7 @@ void TestMedia::initTestCase()
     QVERIFY(core->server);
     Pairing::authorize(QStringLiteral("phone"), QStringLiteral("phone-token"));
     phone = new ProtocolClient(QStringLiteral("phone"));
-    QVERIFY(Pairing::connectAuthenticated(*phone, core->server->serverPort()));
+    QVERIFY(Pairing::connectAuthenticated(*phone, listeningPort(core->server)));
     QVERIFY(platform->mediaPlayers());
     QVERIFY(platform->mediaPlayers()->isEmpty());
     mpv = new Player;

@@ -85,8 +85,8 @@ void TestPulseAudio::initTestCase()
     Pairing::authorize(QStringLiteral("tablet"), QStringLiteral("tablet-token"));
     phone = new ProtocolClient(QStringLiteral("phone"));
     tablet = new ProtocolClient(QStringLiteral("tablet"));
-    QVERIFY(Pairing::connectAuthenticated(*phone, core->server->serverPort()));
-    QVERIFY(Pairing::connectAuthenticated(*tablet, core->server->serverPort()));
+    QVERIFY(Pairing::connectAuthenticated(*phone, listeningPort(core->server)));
+    QVERIFY(Pairing::connectAuthenticated(*tablet, listeningPort(core->server)));
 }
 
 void TestPulseAudio::cleanupTestCase()

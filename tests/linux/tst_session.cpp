@@ -187,8 +187,8 @@ void TestSession::initTestCase()
     Pairing::authorize(QStringLiteral("tablet"), QStringLiteral("tablet-token"));
     phone = new ProtocolClient(QStringLiteral("phone"));
     tablet = new ProtocolClient(QStringLiteral("tablet"));
-    QVERIFY(Pairing::connectAuthenticated(*phone, core->server->serverPort()));
-    QVERIFY(Pairing::connectAuthenticated(*tablet, core->server->serverPort()));
+    QVERIFY(Pairing::connectAuthenticated(*phone, listeningPort(core->server)));
+    QVERIFY(Pairing::connectAuthenticated(*tablet, listeningPort(core->server)));
     // With clients connected the backlight is polled: the first reading is pushed.
     QTRY_VERIFY(valuesOf(tablet, L::brightness).contains(40));
 }

@@ -189,7 +189,7 @@ void TestX11Windows::initTestCase()
     QTRY_VERIFY(core->server->handler(L::unsupported));
     Pairing::authorize(QStringLiteral("phone"), QStringLiteral("phone-token"));
     client = new ProtocolClient(QStringLiteral("phone"));
-    QVERIFY(Pairing::connectAuthenticated(*client, core->server->serverPort()));
+    QVERIFY(Pairing::connectAuthenticated(*client, listeningPort(core->server)));
     // The client makes the platform active: windows are followed from now on.
     QTRY_VERIFY(!platform->getInstalledApps().isEmpty());
     QVERIFY(!platform->getUnsupported().contains(L::keySequence));

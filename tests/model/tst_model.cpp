@@ -201,7 +201,7 @@ void TestModel::focusRoleBroadcast()
     App::setServer(&server);
     Pairing::authorize(QStringLiteral("phone"), QStringLiteral("tok"));
     ProtocolClient client(QStringLiteral("phone"));
-    QVERIFY(Pairing::connectAuthenticated(client, server.serverPort()));
+    QVERIFY(Pairing::connectAuthenticated(client, listeningPort(&server)));
     FakeApp app(QStringLiteral("editor"));
     app.setFocusRole(App::TextArea, QStringLiteral("Body"), QStringLiteral("ab\ncd"),
         { { QStringLiteral("multiline"), true } });
@@ -239,7 +239,7 @@ void TestModel::focusRoleAsyncIsQueued()
     Server server;
     App::setServer(&server);
     ProtocolClient stranger(QStringLiteral("stranger"));
-    stranger.open(server.serverPort());
+    stranger.open(listeningPort(&server));
     QTRY_COMPARE(server.getConnections().size(), 1);
     FakeApp app(QStringLiteral("editor"));
     app.setFocusRoleAsync(App::Text, QString(), QStringLiteral("later"), {});

@@ -79,7 +79,7 @@ void TestDnsSd::serverIsFoundByThePhone()
 {
     Server server;
     new AuthenticationHandler(&server, L::auth);
-    QVERIFY(server.serverPort() != 0);
+    QTRY_VERIFY(server.serverPort() != 0);
     QCOMPARE(server.zeroConfServiceName(), QStringLiteral("Velm Server@studio"));
     QVERIFY(server.isPublished());
 

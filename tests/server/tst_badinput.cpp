@@ -72,7 +72,7 @@ void TestBadInput::cleanup()
 
 void TestBadInput::connectPhone(ProtocolClient &phone)
 {
-    QVERIFY(Pairing::connectAuthenticated(phone, server->serverPort()));
+    QVERIFY(Pairing::connectAuthenticated(phone, listeningPort(server)));
 }
 
 void TestBadInput::encryptedBodies_data()
@@ -147,7 +147,7 @@ void TestBadInput::encryptedBodies()
     }
     // Nothing else was lost: another device is served as before.
     ProtocolClient other(QStringLiteral("other"));
-    QVERIFY(Pairing::connectAuthenticated(other, server->serverPort()));
+    QVERIFY(Pairing::connectAuthenticated(other, listeningPort(server)));
 }
 
 void TestBadInput::oversizedMessageClosesConnection()
@@ -164,13 +164,13 @@ void TestBadInput::oversizedMessageClosesConnection()
     // Too big is not an attack on the pairing: the device stays approved.
     QVERIFY(server->isAuthorized(QStringLiteral("phone")));
     ProtocolClient again(QStringLiteral("phone"));
-    QVERIFY(Pairing::connectAuthenticated(again, server->serverPort()));
+    QVERIFY(Pairing::connectAuthenticated(again, listeningPort(server)));
 }
 
 void TestBadInput::garbageInAuthorizationFlowForgetsEveryDevice()
 {
     ProtocolClient stranger(QStringLiteral("stranger"));
-    stranger.open(server->serverPort());
+    stranger.open(listeningPort(server));
     QTRY_COMPARE(stranger.frames.size(), 1);
     QCOMPARE(server->totalAuthorizations(), 2);
     stranger.sendRaw("not json at all");
@@ -196,10 +196,10 @@ void TestBadInput::manyConnectionsComeAndGo()
     // Half-open pairings and abrupt disconnects leave nothing behind.
     for (int round = 0; round < 20; ++round) {
         ProtocolClient stranger(QStringLiteral("s%1").arg(round));
-        stranger.open(server->serverPort());
+        stranger.open(listeningPort(server));
         ProtocolClient phone(QStringLiteral("phone"));
         phone.setToken(QStringLiteral("phone-token"));
-        phone.open(server->serverPort());
+        phone.open(listeningPort(server));
         QTRY_VERIFY(!stranger.frames.isEmpty() || stranger.isClosed());
         QTRY_VERIFY(phone.isAuthenticated() || phone.isClosed());
         stranger.socket().abort();

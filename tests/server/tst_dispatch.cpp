@@ -54,7 +54,7 @@ void TestDispatch::unauthenticatedIsDenied()
 {
     auto *handler = new RecordingHandler(server, L::installedApps);
     ProtocolClient stranger(QStringLiteral("stranger"));
-    stranger.open(server->serverPort());
+    stranger.open(listeningPort(server));
     QTRY_COMPARE(stranger.frames.size(), 1);
     LogCapture log;
     stranger.send(QJsonObject { { L::method, L::installedApps } });
@@ -71,7 +71,7 @@ void TestDispatch::unauthenticatedIsDenied()
 void TestDispatch::authReachesItsHandlerBeforeAuthentication()
 {
     ProtocolClient stranger(QStringLiteral("stranger"));
-    stranger.open(server->serverPort());
+    stranger.open(listeningPort(server));
     QTRY_COMPARE(stranger.frames.size(), 1);
     // Replace the authentication handler to watch what reaches it.
     auto *recorder = new RecordingHandler(server, L::auth);
@@ -88,9 +88,9 @@ void TestDispatch::runHandlerWalksEveryConnection()
 {
     auto *handler = new RecordingHandler(server, L::volume);
     ProtocolClient known(QStringLiteral("phone"));
-    QVERIFY(Pairing::connectAuthenticated(known, server->serverPort()));
+    QVERIFY(Pairing::connectAuthenticated(known, listeningPort(server)));
     ProtocolClient waiting(QStringLiteral("stranger"));
-    waiting.open(server->serverPort());
+    waiting.open(listeningPort(server));
     QTRY_COMPARE(waiting.frames.size(), 1);
 
     // As a platform change does: re-run the handler.
@@ -117,7 +117,7 @@ void TestDispatch::runHandlerByCode()
 {
     auto *handler = new RecordingHandler(server, L::volumeMute);
     ProtocolClient known(QStringLiteral("phone"));
-    QVERIFY(Pairing::connectAuthenticated(known, server->serverPort()));
+    QVERIFY(Pairing::connectAuthenticated(known, listeningPort(server)));
     server->runHandler(L::volumeMute);
     QCOMPARE(handler->calls.size(), 1);
     QTest::ignoreMessage(
@@ -130,7 +130,7 @@ void TestDispatch::unknownCodeIsUnhandled()
 {
     QSignalSpy unhandled(server, &Server::unhandledMessage);
     ProtocolClient known(QStringLiteral("phone"));
-    QVERIFY(Pairing::connectAuthenticated(known, server->serverPort()));
+    QVERIFY(Pairing::connectAuthenticated(known, listeningPort(server)));
     QTest::ignoreMessage(QtWarningMsg, "Unhandled request \"{\\\"_\\\":\\\"zz\\\"}\"");
     known.send(QJsonObject { { L::method, QStringLiteral("zz") } });
     QTRY_COMPARE(unhandled.size(), 1);
@@ -142,7 +142,7 @@ void TestDispatch::missingCodeIsUnhandled()
 {
     QSignalSpy unhandled(server, &Server::unhandledMessage);
     ProtocolClient known(QStringLiteral("phone"));
-    QVERIFY(Pairing::connectAuthenticated(known, server->serverPort()));
+    QVERIFY(Pairing::connectAuthenticated(known, listeningPort(server)));
     known.send(QJsonObject { { L::value, 1 } });
     known.send(QJsonObject { { L::method, 5 } });
     QTRY_COMPARE(unhandled.size(), 2);
@@ -154,7 +154,7 @@ void TestDispatch::handlerRegistersOnNextTurn()
 {
     QSignalSpy unhandled(server, &Server::unhandledMessage);
     ProtocolClient known(QStringLiteral("phone"));
-    QVERIFY(Pairing::connectAuthenticated(known, server->serverPort()));
+    QVERIFY(Pairing::connectAuthenticated(known, listeningPort(server)));
     QWebSocket *socket = server->getClients().at(0);
     const QByteArray body = ProtocolClient::encryptBody("{\"_\":\"late\"}", known.key());
 
@@ -178,7 +178,7 @@ void TestDispatch::laterRegistrationReplaces()
     auto *second = new RecordingHandler(server, QStringLiteral("dup"));
     QTRY_COMPARE(server->handler(QStringLiteral("dup")), second);
     ProtocolClient known(QStringLiteral("phone"));
-    QVERIFY(Pairing::connectAuthenticated(known, server->serverPort()));
+    QVERIFY(Pairing::connectAuthenticated(known, listeningPort(server)));
     known.send(QJsonObject { { L::method, QStringLiteral("dup") } });
     QTRY_COMPARE(second->calls.size(), 1);
     QCOMPARE(first->calls.size(), 0);
@@ -188,7 +188,7 @@ void TestDispatch::encryptedRequestAndReply()
 {
     auto *handler = new RecordingHandler(server, QStringLiteral("echo"));
     ProtocolClient known(QStringLiteral("phone"));
-    QVERIFY(Pairing::connectAuthenticated(known, server->serverPort()));
+    QVERIFY(Pairing::connectAuthenticated(known, listeningPort(server)));
     const QJsonObject request { { L::method, QStringLiteral("echo") },
         { L::path, QStringLiteral("/home/ünïcødé") }, { L::value, 42 } };
     known.send(request);

@@ -67,7 +67,7 @@ void TestPairing::newDeviceApproved()
     QSignalSpy prompts(server, &Server::needUserAuthorization);
     QSignalSpy counts(server, &Server::clientCountChanged);
     ProtocolClient phone(QStringLiteral("phone-1"));
-    phone.open(server->serverPort());
+    phone.open(listeningPort(server));
     QTRY_COMPARE(prompts.size(), 1);
     QCOMPARE(prompts.at(0).at(1).toString(), QStringLiteral("phone-1"));
     // No peer name on loopback: the address names the device.
@@ -98,7 +98,7 @@ void TestPairing::newDeviceDenied()
 {
     QSignalSpy counts(server, &Server::clientCountChanged);
     ProtocolClient phone(QStringLiteral("phone-1"));
-    phone.open(server->serverPort());
+    phone.open(listeningPort(server));
     QTRY_COMPARE(phone.frames.size(), 1);
     server->setAuthorization(QStringLiteral("phone-1"), false);
     QTRY_VERIFY(phone.isClosed());
@@ -112,7 +112,7 @@ void TestPairing::newDeviceDenied()
 void TestPairing::approvedDeviceReconnectsEncrypted()
 {
     ProtocolClient phone(QStringLiteral("phone-1"));
-    phone.open(server->serverPort());
+    phone.open(listeningPort(server));
     QTRY_COMPARE(phone.frames.size(), 1);
     server->setAuthorization(QStringLiteral("phone-1"), true);
     QTRY_COMPARE(phone.frames.size(), 3);
@@ -121,7 +121,7 @@ void TestPairing::approvedDeviceReconnectsEncrypted()
 
     ProtocolClient again(QStringLiteral("phone-1"));
     again.setToken(phone.token());
-    again.open(server->serverPort());
+    again.open(listeningPort(server));
     QTRY_VERIFY(again.isAuthenticated());
     QCOMPARE(again.frames.size(), 2);
     // The session token comes in plain text, the confirmation encrypted.
@@ -145,7 +145,7 @@ void TestPairing::tokenFormat()
     QSet<QString> tokens;
     for (int i = 0; i < 5; ++i) {
         ProtocolClient phone(QStringLiteral("phone-%1").arg(i));
-        phone.open(server->serverPort());
+        phone.open(listeningPort(server));
         QTRY_COMPARE(phone.frames.size(), 1);
         server->setAuthorization(phone.id(), true);
         QTRY_COMPARE(phone.frames.size(), 3);
@@ -165,7 +165,7 @@ void TestPairing::upperCaseProofRefused()
     ProtocolClient phone(QStringLiteral("phone"));
     phone.setToken(QStringLiteral("the-token"));
     phone.setUpperCaseProof(true);
-    phone.open(server->serverPort());
+    phone.open(listeningPort(server));
     QTRY_VERIFY(phone.isClosed());
     QCOMPARE(phone.closeCode(), 1000);
     QVERIFY(!phone.isAuthenticated());
@@ -179,7 +179,7 @@ void TestPairing::wrongProofRefused()
     Pairing::authorize(QStringLiteral("phone"), QStringLiteral("the-token"));
     ProtocolClient phone(QStringLiteral("phone"));
     phone.setToken(QStringLiteral("another-token"));
-    phone.open(server->serverPort());
+    phone.open(listeningPort(server));
     // The proof made with the wrong token does not even decrypt: the connection is dropped and
     // the device must pair again.
     QTRY_VERIFY(phone.isClosed());
@@ -192,10 +192,10 @@ void TestPairing::secondDeviceClosedWhilePending()
 {
     QSignalSpy prompts(server, &Server::needUserAuthorization);
     ProtocolClient a(QStringLiteral("device-a"));
-    a.open(server->serverPort());
+    a.open(listeningPort(server));
     QTRY_COMPARE(a.frames.size(), 1);
     ProtocolClient b(QStringLiteral("device-b"));
-    b.open(server->serverPort());
+    b.open(listeningPort(server));
     QTRY_VERIFY(b.isClosed());
     QCOMPARE(b.closeCode(), 1000);
     QVERIFY(b.frames.isEmpty());
@@ -204,7 +204,7 @@ void TestPairing::secondDeviceClosedWhilePending()
     server->setAuthorization(QStringLiteral("device-a"), false);
     QTRY_VERIFY(a.isClosed());
     ProtocolClient b2(QStringLiteral("device-b"));
-    b2.open(server->serverPort());
+    b2.open(listeningPort(server));
     QTRY_COMPARE(b2.framesWith(L::waitingForAuth).size(), 1);
     QCOMPARE(prompts.size(), 2);
     QCOMPARE(prompts.at(1).at(1).toString(), QStringLiteral("device-b"));
@@ -214,11 +214,11 @@ void TestPairing::secondKnownDeviceClosedWhilePending()
 {
     Pairing::authorize(QStringLiteral("known"), QStringLiteral("tok"));
     ProtocolClient a(QStringLiteral("device-a"));
-    a.open(server->serverPort());
+    a.open(listeningPort(server));
     QTRY_COMPARE(a.frames.size(), 1);
     ProtocolClient known(QStringLiteral("known"));
     known.setToken(QStringLiteral("tok"));
-    known.open(server->serverPort());
+    known.open(listeningPort(server));
     QTRY_VERIFY(known.isClosed());
     QCOMPARE(known.closeCode(), 1000);
     QVERIFY(known.frames.isEmpty());
@@ -226,14 +226,14 @@ void TestPairing::secondKnownDeviceClosedWhilePending()
     a.close();
     QTRY_VERIFY(!server->getPendingSocket());
     ProtocolClient known2(QStringLiteral("known"));
-    QVERIFY(Pairing::connectAuthenticated(known2, server->serverPort()));
+    QVERIFY(Pairing::connectAuthenticated(known2, listeningPort(server)));
 }
 
 void TestPairing::approvalAfterDisconnectStoresNothing()
 {
     QSignalSpy counts(server, &Server::clientCountChanged);
     ProtocolClient phone(QStringLiteral("phone-1"));
-    phone.open(server->serverPort());
+    phone.open(listeningPort(server));
     QTRY_COMPARE(phone.frames.size(), 1);
     phone.close();
     QTRY_VERIFY(server->getConnections().isEmpty());
@@ -249,9 +249,9 @@ void TestPairing::deauthorizeAllClosesEverything()
     Pairing::authorize(QStringLiteral("known"), QStringLiteral("tok"));
     Pairing::authorize(QStringLiteral("other"), QStringLiteral("tok2"));
     ProtocolClient known(QStringLiteral("known"));
-    QVERIFY(Pairing::connectAuthenticated(known, server->serverPort()));
+    QVERIFY(Pairing::connectAuthenticated(known, listeningPort(server)));
     ProtocolClient pending(QStringLiteral("new"));
-    pending.open(server->serverPort());
+    pending.open(listeningPort(server));
     QTRY_COMPARE(pending.frames.size(), 1);
     QCOMPARE(server->totalAuthorizations(), 2);
 
@@ -269,12 +269,12 @@ void TestPairing::answerGoesToWhicheverSocketIsPending()
 {
     QSignalSpy counts(server, &Server::clientCountChanged);
     ProtocolClient first(QStringLiteral("first"));
-    first.open(server->serverPort());
+    first.open(listeningPort(server));
     QTRY_COMPARE(first.frames.size(), 1);
     first.close();
     QTRY_VERIFY(server->getConnections().isEmpty());
     ProtocolClient second(QStringLiteral("second"));
-    second.open(server->serverPort());
+    second.open(listeningPort(server));
     QTRY_COMPARE(second.frames.size(), 1);
 
     // The user answers the prompt that named the first device.
@@ -292,7 +292,7 @@ void TestPairing::proofFromAuthorizationFlowRejected()
 {
     Pairing::authorize(QStringLiteral("someone-else"), QStringLiteral("tok"));
     ProtocolClient phone(QStringLiteral("phone-1"));
-    phone.open(server->serverPort());
+    phone.open(listeningPort(server));
     QTRY_COMPARE(phone.frames.size(), 1);
     phone.send(QJsonObject { { L::method, L::auth },
         { L::hash, QStringLiteral("da39a3ee5e6b4b0d3255bfef95601890afd80709") } });
@@ -307,9 +307,9 @@ void TestPairing::proofFromAuthenticatedClientIgnored()
 {
     Pairing::authorize(QStringLiteral("known"), QStringLiteral("tok"));
     ProtocolClient known(QStringLiteral("known"));
-    QVERIFY(Pairing::connectAuthenticated(known, server->serverPort()));
+    QVERIFY(Pairing::connectAuthenticated(known, listeningPort(server)));
     ProtocolClient stranger(QStringLiteral("stranger"));
-    stranger.open(server->serverPort());
+    stranger.open(listeningPort(server));
     QTRY_COMPARE(stranger.frames.size(), 1);
     QVERIFY(server->getPendingSocket());
 
@@ -330,7 +330,7 @@ void TestPairing::emptyIdClosed()
 {
     QSignalSpy prompts(server, &Server::needUserAuthorization);
     ProtocolClient phone { QString() };
-    phone.open(server->serverPort(), QStringLiteral("i=&v=1"));
+    phone.open(listeningPort(server), QStringLiteral("i=&v=1"));
     QTRY_VERIFY(phone.isClosed());
     QCOMPARE(phone.closeCode(), 1000);
     QCOMPARE(prompts.size(), 0);
@@ -340,7 +340,7 @@ void TestPairing::deauthorizeKeepsOpenConnection()
 {
     Pairing::authorize(QStringLiteral("known"), QStringLiteral("tok"));
     ProtocolClient known(QStringLiteral("known"));
-    QVERIFY(Pairing::connectAuthenticated(known, server->serverPort()));
+    QVERIFY(Pairing::connectAuthenticated(known, listeningPort(server)));
     server->deauthorize(QStringLiteral("known"));
     QVERIFY(!server->isAuthorized(QStringLiteral("known")));
     server->broadcastMessage(L::screenLock);

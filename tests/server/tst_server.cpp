@@ -108,7 +108,7 @@ void TestServer::closedEndpointReopens()
 {
     Server server;
     new AuthenticationHandler(&server, L::auth);
-    const quint16 port = server.serverPort();
+    const quint16 port = listeningPort(&server);
     QVERIFY(port);
     // What the endpoint's closed() signal runs.
     QVERIFY(QMetaObject::invokeMethod(&server, "onServerClosed"));
@@ -121,7 +121,7 @@ void TestServer::connectionWithoutIdIsClosedButVersionKept()
     new AuthenticationHandler(&server, L::auth);
     SocketWatcher watcher(&server);
     ProtocolClient client(QStringLiteral("unused"));
-    client.open(server.serverPort(), QStringLiteral("v=3"));
+    client.open(listeningPort(&server), QStringLiteral("v=3"));
     QTRY_VERIFY(client.isClosed());
     QCOMPARE(client.closeCode(), 1000);
     QTRY_COMPARE(watcher.destroyedCount, 1);
@@ -138,7 +138,7 @@ void TestServer::versionPropertyNotANumber()
     new AuthenticationHandler(&server, L::auth);
     SocketWatcher watcher(&server);
     ProtocolClient client(QStringLiteral("device"));
-    client.open(server.serverPort(), QStringLiteral("i=device&v=abc"));
+    client.open(listeningPort(&server), QStringLiteral("i=device&v=abc"));
     QTRY_COMPARE(client.framesWith(L::waitingForAuth).size(), 1);
     QCOMPARE(watcher.sockets.at(0)->property(Server::protocolVersionProperty).toInt(), 0);
     QVERIFY(watcher.sockets.at(0)->property(Server::protocolVersionProperty).isValid());
@@ -151,9 +151,9 @@ void TestServer::broadcastReachesAuthenticatedOnly()
     new AuthenticationHandler(&server, L::auth);
     SocketWatcher watcher(&server);
     ProtocolClient known(QStringLiteral("phone"));
-    QVERIFY(Pairing::connectAuthenticated(known, server.serverPort()));
+    QVERIFY(Pairing::connectAuthenticated(known, listeningPort(&server)));
     ProtocolClient stranger(QStringLiteral("tablet"));
-    stranger.open(server.serverPort());
+    stranger.open(listeningPort(&server));
     QTRY_COMPARE(stranger.framesWith(L::waitingForAuth).size(), 1);
     QCOMPARE(server.getConnections().size(), 2);
     QCOMPARE(server.getClients().size(), 1);
@@ -175,12 +175,12 @@ void TestServer::disconnectCounts()
     new AuthenticationHandler(&server, L::auth);
     QSignalSpy counts(&server, &Server::clientCountChanged);
     ProtocolClient known(QStringLiteral("phone"));
-    QVERIFY(Pairing::connectAuthenticated(known, server.serverPort()));
+    QVERIFY(Pairing::connectAuthenticated(known, listeningPort(&server)));
     QCOMPARE(counts.size(), 1);
     QCOMPARE(counts.at(0).at(0).toInt(), 1);
 
     ProtocolClient stranger(QStringLiteral("tablet"));
-    stranger.open(server.serverPort());
+    stranger.open(listeningPort(&server));
     QTRY_COMPARE(server.getConnections().size(), 2);
     stranger.close();
     QTRY_COMPARE(server.getConnections().size(), 1);
@@ -201,7 +201,7 @@ void TestServer::textMessagesIgnored()
     new AuthenticationHandler(&server, L::auth);
     auto *handler = new RecordingHandler(&server, QStringLiteral("echo"));
     ProtocolClient known(QStringLiteral("phone"));
-    QVERIFY(Pairing::connectAuthenticated(known, server.serverPort()));
+    QVERIFY(Pairing::connectAuthenticated(known, listeningPort(&server)));
     known.socket().sendTextMessage(QStringLiteral("{\"_\":\"echo\"}"));
     known.send(QJsonObject { { L::method, QStringLiteral("echo") } });
     QTRY_COMPARE(handler->calls.size(), 1);
@@ -215,7 +215,7 @@ void TestServer::framingWithoutAttachments()
     new AuthenticationHandler(&server, L::auth);
     SocketWatcher watcher(&server);
     ProtocolClient client(QStringLiteral("device"));
-    client.open(server.serverPort());
+    client.open(listeningPort(&server));
     QTRY_COMPARE(client.frames.size(), 1);
     const QJsonObject object { { L::method, QStringLiteral("x") }, { L::value, 1 } };
     server.sendMessage(watcher.sockets.at(0), object, QVector<Server::MessagePart>());
@@ -233,7 +233,7 @@ void TestServer::framingTwoAttachments()
     new AuthenticationHandler(&server, L::auth);
     SocketWatcher watcher(&server);
     ProtocolClient client(QStringLiteral("device"));
-    client.open(server.serverPort());
+    client.open(listeningPort(&server));
     QTRY_COMPARE(client.frames.size(), 1);
     const QJsonObject object { { L::method, L::appIcon } };
     server.sendMessage(watcher.sockets.at(0), object,
@@ -261,7 +261,7 @@ void TestServer::framingEncryptedLength()
     Server server;
     new AuthenticationHandler(&server, L::auth);
     ProtocolClient known(QStringLiteral("phone"));
-    QVERIFY(Pairing::connectAuthenticated(known, server.serverPort()));
+    QVERIFY(Pairing::connectAuthenticated(known, listeningPort(&server)));
     const QByteArray png(300, 'p');
     server.broadcastMessage(
         QJsonObject { { L::method, L::appIcon }, { L::id, QStringLiteral("a") } },
@@ -285,7 +285,7 @@ void TestServer::sendMessageReplacesMethod()
     new AuthenticationHandler(&server, L::auth);
     SocketWatcher watcher(&server);
     ProtocolClient client(QStringLiteral("device"));
-    client.open(server.serverPort());
+    client.open(listeningPort(&server));
     QTRY_COMPARE(client.frames.size(), 1);
     server.sendMessage(watcher.sockets.at(0), L::currentApp,
         QJsonObject { { L::method, QStringLiteral("x") }, { L::id, QStringLiteral("a") } });
@@ -301,7 +301,7 @@ void TestServer::broadcastMethodOnly()
     new AuthenticationHandler(&server, L::auth);
     server.broadcastMessage(L::screenLock); // nobody to send to
     ProtocolClient known(QStringLiteral("phone"));
-    QVERIFY(Pairing::connectAuthenticated(known, server.serverPort()));
+    QVERIFY(Pairing::connectAuthenticated(known, listeningPort(&server)));
     server.broadcastMessage(L::screenLock);
     QTRY_COMPARE(known.framesWith(L::screenLock).size(), 1);
     QCOMPARE(known.framesWith(L::screenLock).at(0).object,
@@ -315,7 +315,7 @@ void TestServer::maxIncomingMessageSize()
     new AuthenticationHandler(&server, L::auth);
     auto *handler = new RecordingHandler(&server, QStringLiteral("echo"));
     ProtocolClient known(QStringLiteral("phone"));
-    QVERIFY(Pairing::connectAuthenticated(known, server.serverPort()));
+    QVERIFY(Pairing::connectAuthenticated(known, listeningPort(&server)));
     // Just under the limit is served.
     const QString filler(Server::maxIncomingMessageSize - 1024, QLatin1Char('a'));
     known.send(QJsonObject { { L::method, QStringLiteral("echo") }, { L::value, filler } });

@@ -120,7 +120,9 @@ void TestCore::clientCountsDriveSleepAndActivity()
     QCOMPARE(f.platform->calls.count(QStringLiteral("setActive(true)")), 1);
 
     ProtocolClient *two = f.connectClient(QStringLiteral("two"));
+    QVERIFY(two);
     ProtocolClient *three = f.connectClient(QStringLiteral("three"));
+    QVERIFY(three);
     QVERIFY(two && three);
     // Counts above one change nothing.
     QCOMPARE(f.platform->calls.count(QStringLiteral("setActive(true)")), 1);
@@ -164,6 +166,7 @@ void TestCore::sleepRequestReachesPlatformSilently()
     CoreFixture f;
     QVERIFY(f.start());
     ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    QVERIFY(client);
     const int frames = client->frames.size();
     client->send(QJsonObject { { L::method, L::sleep } });
     QTRY_VERIFY(f.platform->calls.contains(QStringLiteral("sleep")));

@@ -39,7 +39,7 @@ ProtocolClient *CoreFixture::connectClient(const QString &id)
     Pairing::authorize(id, QStringLiteral("token-") + id);
     auto *client = new ProtocolClient(id);
     clients.append(client);
-    if (!Pairing::connectAuthenticated(*client, core->server->serverPort()))
+    if (!Pairing::connectAuthenticated(*client, listeningPort(core->server)))
         return nullptr;
     return client;
 }
@@ -48,7 +48,7 @@ ProtocolClient *CoreFixture::connectStranger(const QString &id)
 {
     auto *client = new ProtocolClient(id);
     clients.append(client);
-    client->open(core->server->serverPort());
+    client->open(listeningPort(core->server));
     if (!QTest::qWaitFor(
             [client] { return !client->framesWith(L::waitingForAuth).isEmpty(); }, 5000))
         return nullptr;

@@ -55,6 +55,13 @@ bool SocketWatcher::eventFilter(QObject *, QEvent *event)
     return false;
 }
 
+quint16 listeningPort(const Server *server)
+{
+    if (!QTest::qWaitFor([server] { return server->serverPort() != 0; }, 5000))
+        return 0;
+    return server->serverPort();
+}
+
 namespace Pairing {
 
 void authorize(const QString &id, const QString &token)

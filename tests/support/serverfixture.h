@@ -47,6 +47,10 @@ public:
     int destroyedCount = 0;
 };
 
+// The server's port once it listens: a first listen can fail on a port that is taken and is
+// retried shortly after on another one, with no port in between.
+quint16 listeningPort(const Server *server);
+
 namespace Pairing {
 // Stores an authorization as an earlier pairing would have.
 void authorize(const QString &id, const QString &token);
