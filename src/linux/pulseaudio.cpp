@@ -10,6 +10,24 @@
 
 #include <cmath>
 
+namespace {
+constexpr int reconnectDelay = 1000;
+constexpr int serverPollInterval = 3000;
+} // namespace
+
+// Percentages are rounded to the nearest whole one both ways, as pactl and the desktops' sound
+// settings show them: a volume set to N reads back as N, and so does one set to "N%" elsewhere.
+int PulseAudio::percentFromVolume(uint32_t volume)
+{
+    return int((quint64(volume) * 100 + PA_VOLUME_NORM / 2) / PA_VOLUME_NORM);
+}
+
+uint32_t PulseAudio::volumeFromPercent(int percent)
+{
+    const double volume = std::round(double(qMax(0, percent)) * PA_VOLUME_NORM / 100.0);
+    return pa_volume_t(qMin(volume, double(PA_VOLUME_MAX)));
+}
+
 PulseAudio::PulseAudio(QObject *parent)
     : QObject(parent)
 {
@@ -56,15 +74,26 @@ void PulseAudio::connectToServer()
     // desktop program does not start the sound server itself.
     if (pa_context_connect(context, nullptr,
             pa_context_flags_t(PA_CONTEXT_NOFAIL | PA_CONTEXT_NOAUTOSPAWN), nullptr)
-        < 0)
-        qCWarning(lcLinux) << "Cannot connect to the sound server"
-                           << pa_strerror(pa_context_errno(context));
+        >= 0)
+        return;
+    // Failing without an error: no server was found and there is no D-Bus on which the library
+    // could wait for one to appear, so nothing would ever call back. Look again from time to time.
+    const int error = pa_context_errno(context);
+    if (error != PA_OK) {
+        qCWarning(lcLinux) << "Cannot connect to the sound server" << pa_strerror(error);
+        return;
+    }
+    if (!failureReported)
+        qCWarning(lcLinux) << "No sound server is running: volume and mute wait for one to start";
+    failureReported = true;
+    QTimer::singleShot(serverPollInterval, this, &PulseAudio::connectToServer);
 }
 
 void PulseAudio::onStateChanged()
 {
     switch (pa_context_get_state(context)) {
     case PA_CONTEXT_READY:
+        failureReported = false;
         pa_operation_unref(pa_context_subscribe(context,
             pa_subscription_mask_t(PA_SUBSCRIPTION_MASK_SINK | PA_SUBSCRIPTION_MASK_SERVER),
             nullptr, nullptr));
@@ -72,12 +101,16 @@ void PulseAudio::onStateChanged()
         break;
     case PA_CONTEXT_FAILED:
     case PA_CONTEXT_TERMINATED:
-        // The server went away: say so, and wait for the next one.
-        qCWarning(lcLinux) << "Sound server connection lost"
-                           << pa_strerror(pa_context_errno(context));
+        // The server went away: say so once, and wait for the next one.
+        if (!failureReported)
+            qCWarning(lcLinux) << "Sound server connection lost"
+                               << pa_strerror(pa_context_errno(context));
+        failureReported = true;
         sinkName.clear();
         setAvailable(false);
-        QTimer::singleShot(0, this, &PulseAudio::connectToServer);
+        // Not at once: without D-Bus to wait on, a missing server fails every attempt on the
+        // spot, and retrying at once would spin.
+        QTimer::singleShot(reconnectDelay, this, &PulseAudio::connectToServer);
         break;
     default:
         break;
@@ -120,8 +153,7 @@ void PulseAudio::onSinkInfo(const pa_sink_info *info)
 {
     if (!info)
         return;
-    // A whole percentage of the normal volume, truncated.
-    currentVolume = int(qint64(pa_cvolume_avg(&info->volume)) * 100 / PA_VOLUME_NORM);
+    currentVolume = percentFromVolume(pa_cvolume_avg(&info->volume));
     currentMute = info->mute != 0;
     setAvailable(true);
     emit volumeChanged();
@@ -140,10 +172,7 @@ void PulseAudio::setVolume(int value)
 {
     if (!available || sinkName.isEmpty())
         return;
-    // Rounded up, so that reading it back (truncated) gives the same whole percentage: 65
-    // stays 65, not 64.99.
-    const double normal = std::ceil(double(value) * PA_VOLUME_NORM / 100.0);
-    requestedVolume = pa_volume_t(qBound(0.0, normal, double(PA_VOLUME_MAX)));
+    requestedVolume = volumeFromPercent(value);
     // Every channel of the sink to the same level, as a volume slider sets it: the channel
     // count comes from the sink.
     pa_operation *operation = pa_context_get_sink_info_by_name(

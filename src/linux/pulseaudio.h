@@ -28,6 +28,10 @@ public:
     void setVolume(int value);
     void setMuted(bool muted);
 
+    // Conversions between the server's volume levels and whole percentages of the normal level.
+    static int percentFromVolume(uint32_t volume);
+    static uint32_t volumeFromPercent(int percent);
+
 signals:
     // Both after every reading, also when the values did not change.
     void volumeChanged();
@@ -49,4 +53,5 @@ private:
     int currentVolume = 0;
     bool currentMute = false;
     bool available = false;
+    bool failureReported = false;
 };

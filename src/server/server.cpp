@@ -166,6 +166,9 @@ void Server::startWebSocketServer()
         connect(webSocketServer, &QWebSocketServer::newConnection, this, &Server::onNewConnection);
         connect(webSocketServer, &QWebSocketServer::closed, this, &Server::onServerClosed);
         settings.setValue(QStringLiteral("lastUsedPort"), uint(port));
+        // So that a person can point a client at it when nothing advertises it.
+        qCInfo(lcServer).noquote() << zeroConfServiceName() << "listens on port" << port << "at"
+                                   << reachableAddresses().join(QStringLiteral(", "));
         publishZeroConfService();
     } else {
         settings.remove(QStringLiteral("lastUsedPort"));
@@ -542,7 +545,30 @@ void Server::onZeroConfError(QZeroConf::error_t error)
     if (error == QZeroConf::serviceNameCollision) {
         ++nameConflicts;
         publishZeroConfService();
+        return;
+    }
+    if (!zeroConf.publishExists() && !notAdvertisedReported) {
+        notAdvertisedReported = true;
+        qCWarning(lcZeroConf).noquote()
+            << "This computer is not advertised on the network (no DNS-SD daemon answers):"
+            << "clients must be given its address and port" << serverPort();
     }
 }
 
-void Server::onZeroConfServicePublished() { }
+void Server::onZeroConfServicePublished() { notAdvertisedReported = false; }
+
+QStringList Server::reachableAddresses()
+{
+    // Link-local IPv6 addresses need an interface name to be used, and loopback only serves
+    // this computer: shown only when there is nothing else.
+    QStringList addresses;
+    QStringList loopback;
+    const QList<QHostAddress> all = QNetworkInterface::allAddresses();
+    for (const QHostAddress &address : all) {
+        if (address.isLoopback())
+            loopback << address.toString();
+        else if (!address.isLinkLocal())
+            addresses << address.toString();
+    }
+    return addresses.isEmpty() ? loopback : addresses;
+}

@@ -10,6 +10,7 @@
 #include <QObject>
 #include <QSslError>
 #include <QString>
+#include <QStringList>
 #include <QVector>
 
 class MessageHandler;
@@ -122,6 +123,8 @@ private slots:
 
 private:
     static bool networkCheck();
+    // The addresses clients can reach this computer at, as text.
+    static QStringList reachableAddresses();
     static QString makeToken();
     void onNetworkWatch();
     void onApplicationStateChanged(Qt::ApplicationState state);
@@ -130,6 +133,7 @@ private:
 
     QZeroConf zeroConf;
     int nameConflicts = 0;
+    bool notAdvertisedReported = false;
     bool networkUp = false;
     QWebSocketServer *webSocketServer = nullptr;
     QVector<QWebSocket *> connections;

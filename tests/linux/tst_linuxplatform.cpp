@@ -6,6 +6,7 @@
 #include "linuxplatform.h"
 #include "logcapture.h"
 #include "protocolclient.h"
+#include "pulseaudio.h"
 #include "server.h"
 #include "serverfixture.h"
 #include "testenvironment.h"
@@ -73,6 +74,7 @@ private slots:
     void unsupportedIsHonest();
     void withoutXWindowOperationsDoNothing();
     void idleWithoutScreenSaverLogsOnce();
+    void noSoundServerIsSaidInWords();
     void sessionActionsWithoutServices();
     void installedAppsOverTheWire();
 
@@ -317,6 +319,24 @@ void TestLinuxPlatform::idleWithoutScreenSaverLogsOnce()
     QVERIFY(!Idle::preventDisplaySleep(QStringLiteral("test")));
     QVERIFY(!Idle::allowDisplaySleep());
     QCOMPARE(log.count(QStringLiteral("Cannot keep the display awake")), 1);
+}
+
+void TestLinuxPlatform::noSoundServerIsSaidInWords()
+{
+    // No server named, none where one would be, and no D-Bus on which the sound server's
+    // library could wait for one: the program looks again from time to time.
+    QTemporaryDir runtime;
+    const TestEnvironment::Variable server("PULSE_SERVER", QByteArray());
+    const TestEnvironment::Variable pulseRuntime("PULSE_RUNTIME_PATH", runtime.path().toUtf8());
+    const TestEnvironment::Variable xdgRuntime("XDG_RUNTIME_DIR", runtime.path().toUtf8());
+    const TestEnvironment::Variable display("DISPLAY", QByteArray());
+    LogCapture log;
+    PulseAudio audio;
+    QTRY_COMPARE(log.count(QStringLiteral(
+                     "No sound server is running: volume and mute wait for one to start")),
+        1);
+    QVERIFY(!audio.isAvailable());
+    QCOMPARE(log.count(QStringLiteral("Cannot connect to the sound server")), 0);
 }
 
 void TestLinuxPlatform::installedAppsOverTheWire()

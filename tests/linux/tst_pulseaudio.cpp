@@ -1,7 +1,9 @@
 #include "core.h"
 #include "l.h"
 #include "linuxplatform.h"
+#include "logcapture.h"
 #include "protocolclient.h"
+#include "pulseaudio.h"
 #include "server.h"
 #include "serverfixture.h"
 #include "testenvironment.h"
@@ -52,10 +54,13 @@ private slots:
     void cleanupTestCase();
     void readAndPushed();
     void setThroughTheServer();
-    void truncatedPercentage();
+    void roundedPercentage();
+    void everyPercentageSurvivesARoundTrip();
+    void everyPercentageSetElsewhereReadsTheSame();
     void mute();
     void defaultOutputFollowed();
     void soundServerRestarted();
+    void unreachableSoundServerIsReported();
 
 private:
     Core *core = nullptr;
@@ -100,10 +105,9 @@ void TestPulseAudio::readAndPushed()
 {
     const int phoneFrom = phone->framesWith(L::volume).size();
     const int tabletFrom = tablet->framesWith(L::volume).size();
-    // A change made outside the program reaches every client. (Raw volumes: pactl's "40%" is
-    // 26214, which is 39.99% and reads as 39.)
-    pactl({ QStringLiteral("set-sink-volume"), QStringLiteral("velm_null"),
-        QStringLiteral("26215") });
+    // A change made outside the program reaches every client.
+    pactl(
+        { QStringLiteral("set-sink-volume"), QStringLiteral("velm_null"), QStringLiteral("40%") });
     QTRY_VERIFY(hasFrame(phone, L::volume, 40, phoneFrom));
     QTRY_VERIFY(hasFrame(tablet, L::volume, 40, tabletFrom));
     // Asked, it answers the asker.
@@ -131,15 +135,50 @@ void TestPulseAudio::setThroughTheServer()
     QTRY_COMPARE(platform->getVolume(), 50);
 }
 
-void TestPulseAudio::truncatedPercentage()
+void TestPulseAudio::roundedPercentage()
 {
-    // 0.333 of the normal volume (65536) reads as 33, not 33.3 rounded up or anything else.
-    pactl({ QStringLiteral("set-sink-volume"), QStringLiteral("velm_null"),
-        QStringLiteral("21823") });
-    QTRY_COMPARE(platform->getVolume(), 33);
-    pactl({ QStringLiteral("set-sink-volume"), QStringLiteral("velm_null"),
-        QStringLiteral("65470") });
-    QTRY_COMPARE(platform->getVolume(), 99);
+    // Levels between two whole percentages read as the nearer one.
+    const QList<QPair<int, int>> levels { { 21823, 33 }, { 65470, 100 }, { 32440, 49 },
+        { 32441, 50 }, { 327, 0 }, { 328, 1 } };
+    for (const auto &[level, percent] : levels) {
+        pactl({ QStringLiteral("set-sink-volume"), QStringLiteral("velm_null"),
+            QString::number(level) });
+        QTRY_COMPARE(platform->getVolume(), percent);
+    }
+}
+
+void TestPulseAudio::everyPercentageSurvivesARoundTrip()
+{
+    // What a client sets is what every client reads back, and what the sound server shows.
+    pactl({ QStringLiteral("set-sink-volume"), QStringLiteral("velm_null"), QStringLiteral("7") });
+    QTRY_COMPARE(platform->getVolume(), 0);
+    for (int percent = 0; percent <= 150; ++percent) {
+        // 0 is already the volume: set it through a detour so that a push follows.
+        if (percent == 0)
+            phone->send(QJsonObject { { L::method, L::volume }, { L::value, 1 } });
+        const int from = tablet->framesWith(L::volume).size();
+        phone->send(QJsonObject { { L::method, L::volume }, { L::value, percent } });
+        QTRY_VERIFY2(
+            hasFrame(tablet, L::volume, percent, from), qPrintable(QString::number(percent)));
+        QCOMPARE(pactl({ QStringLiteral("get-sink-volume"), QStringLiteral("velm_null") })
+                     .count(QStringLiteral(" %1% ").arg(percent)),
+            2);
+        QCOMPARE(platform->getVolume(), percent);
+    }
+}
+
+void TestPulseAudio::everyPercentageSetElsewhereReadsTheSame()
+{
+    for (int percent = 0; percent <= 150; ++percent) {
+        if (percent == 0)
+            pactl({ QStringLiteral("set-sink-volume"), QStringLiteral("@DEFAULT_SINK@"),
+                QStringLiteral("1%") });
+        const int from = phone->framesWith(L::volume).size();
+        pactl({ QStringLiteral("set-sink-volume"), QStringLiteral("@DEFAULT_SINK@"),
+            QStringLiteral("%1%").arg(percent) });
+        QTRY_VERIFY2(
+            hasFrame(phone, L::volume, percent, from), qPrintable(QString::number(percent)));
+    }
 }
 
 void TestPulseAudio::mute()
@@ -229,4 +268,17 @@ void TestPulseAudio::soundServerRestarted()
 }
 
 QTEST_MAIN(TestPulseAudio)
+
+void TestPulseAudio::unreachableSoundServerIsReported()
+{
+    QTemporaryDir runtime;
+    const TestEnvironment::Variable server(
+        "PULSE_SERVER", "unix:" + runtime.filePath(QStringLiteral("none")).toUtf8());
+    const TestEnvironment::Variable rest("PULSE_RUNTIME_PATH", runtime.path().toUtf8());
+    LogCapture log;
+    PulseAudio audio;
+    QTRY_COMPARE(log.count(QStringLiteral("Sound server connection lost Connection refused")), 1);
+    QVERIFY(!audio.isAvailable());
+}
+
 #include "tst_pulseaudio.moc"

@@ -1,3 +1,5 @@
+#include "testenvironment.h"
+
 #include <QDir>
 #include <QFile>
 #include <QProcess>
@@ -45,9 +47,7 @@ private:
 void TestDesktop::init()
 {
     home = new QTemporaryDir;
-    environment = QProcessEnvironment::systemEnvironment();
-    environment.insert(QStringLiteral("XDG_CONFIG_HOME"), home->filePath(QStringLiteral("config")));
-    environment.insert(QStringLiteral("XDG_CACHE_HOME"), home->filePath(QStringLiteral("cache")));
+    environment = TestEnvironment::isolatedProgram(home->path());
     // A welcome already dismissed: the only windows are the ones the test opens.
     QSettings settings(
         home->filePath(QStringLiteral("config/Velm/velm-server.conf")), QSettings::IniFormat);

@@ -1,6 +1,10 @@
+#include "testenvironment.h"
+
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QHostAddress>
+#include <QHostInfo>
 #include <QProcess>
 #include <QProcessEnvironment>
 #include <QTemporaryDir>
@@ -14,6 +18,8 @@ class TestMain : public QObject
     Q_OBJECT
 private slots:
     void logLinesNameTheirFunction();
+    void saysWhereItListens();
+    void runsBesideTheUsersOwnCopy();
     void startsWithoutTranslations();
     void quitsCleanlyOnSignal_data();
     void quitsCleanlyOnSignal();
@@ -22,8 +28,7 @@ private slots:
 void TestMain::logLinesNameTheirFunction()
 {
     QTemporaryDir home;
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert(QStringLiteral("XDG_CONFIG_HOME"), home.path());
+    QProcessEnvironment environment = TestEnvironment::isolatedProgram(home.path());
     environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
     // No Avahi to talk to: the registration fails and the server logs it.
     environment.insert(QStringLiteral("DBUS_SYSTEM_BUS_ADDRESS"),
@@ -47,9 +52,101 @@ void TestMain::logLinesNameTheirFunction()
     QCOMPARE(line, QByteArray("[Server::onZeroConfError] ZeroConf error -1"));
     // The port was chosen and remembered under the program's identity.
     QSettings settings(
-        home.filePath(QStringLiteral("Velm/velm-server.conf")), QSettings::IniFormat);
+        home.filePath(QStringLiteral("config/Velm/velm-server.conf")), QSettings::IniFormat);
     const uint port = settings.value(QStringLiteral("lastUsedPort")).toUInt();
     QVERIFY2(port >= 49152 && port <= 65535, qPrintable(QString::number(port)));
+}
+
+void TestMain::saysWhereItListens()
+{
+    QTemporaryDir home;
+    QProcessEnvironment environment = TestEnvironment::isolatedProgram(home.path());
+    environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
+    // No DNS-SD daemon answers.
+    environment.insert(QStringLiteral("DBUS_SYSTEM_BUS_ADDRESS"),
+        QStringLiteral("unix:path=") + home.filePath(QStringLiteral("no-bus")));
+    QProcess server;
+    server.setProcessEnvironment(environment);
+    server.start(QStringLiteral(VELM_SERVER_EXECUTABLE), QStringList());
+    QVERIFY(server.waitForStarted());
+    QByteArray output;
+    QTRY_VERIFY2_WITH_TIMEOUT(
+        (output += server.readAllStandardError()).contains("clients must be given"),
+        output.constData(), 20000);
+    server.terminate();
+    QVERIFY(server.waitForFinished(10000));
+    output += server.readAllStandardError();
+
+    QSettings settings(
+        home.filePath(QStringLiteral("config/Velm/velm-server.conf")), QSettings::IniFormat);
+    const QByteArray port
+        = QByteArray::number(settings.value(QStringLiteral("lastUsedPort")).toUInt());
+    QByteArray listening;
+    QByteArray unadvertised;
+    for (const QByteArray &line : output.split('\n')) {
+        if (line.contains("listens on port"))
+            listening = line;
+        if (line.contains("not advertised"))
+            unadvertised = line;
+    }
+    // The name it would be advertised under, the port, and at least one address.
+    const QByteArray name = "Velm Server@" + QHostInfo::localHostName().toUtf8();
+    QVERIFY2(listening.startsWith(
+                 "[Server::startWebSocketServer] " + name + " listens on port " + port + " at "),
+        output.constData());
+    const QByteArray addresses = listening.mid(listening.indexOf(" at ") + 4);
+    QVERIFY2(!addresses.isEmpty(), listening.constData());
+    for (const QByteArray &address : addresses.split(','))
+        QVERIFY2(
+            !QHostAddress(QString::fromUtf8(address.trimmed())).isNull(), listening.constData());
+    QCOMPARE(unadvertised,
+        "[Server::onZeroConfError] This computer is not advertised on the network (no DNS-SD "
+        "daemon answers): clients must be given its address and port "
+            + port);
+    // Said once, however often the advertisement is tried again.
+    QCOMPARE(output.count("not advertised"), 1);
+}
+
+void TestMain::runsBesideTheUsersOwnCopy()
+{
+    // The user's own copy, as a desktop session starts it: the shared temporary folder and
+    // runtime directory (only the settings are kept apart, to leave the user's alone).
+    QTemporaryDir userConfig;
+    QProcessEnvironment user = QProcessEnvironment::systemEnvironment();
+    user.insert(QStringLiteral("XDG_CONFIG_HOME"), userConfig.path());
+    user.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
+    user.insert(QStringLiteral("DBUS_SYSTEM_BUS_ADDRESS"),
+        QStringLiteral("unix:path=") + userConfig.filePath(QStringLiteral("no-bus")));
+    QProcess users;
+    users.setProcessEnvironment(user);
+    users.start(QStringLiteral(VELM_SERVER_EXECUTABLE), QStringList());
+    QVERIFY(users.waitForStarted());
+    QByteArray usersOutput;
+    QTRY_VERIFY2_WITH_TIMEOUT(
+        (usersOutput += users.readAllStandardError()).contains("listens on port"),
+        usersOutput.constData(), 20000);
+
+    // A test's copy serves beside it instead of handing over to it.
+    QTemporaryDir home;
+    QProcessEnvironment environment = TestEnvironment::isolatedProgram(home.path());
+    environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
+    environment.insert(QStringLiteral("DBUS_SYSTEM_BUS_ADDRESS"),
+        QStringLiteral("unix:path=") + home.filePath(QStringLiteral("no-bus")));
+    QProcess server;
+    server.setProcessEnvironment(environment);
+    server.start(QStringLiteral(VELM_SERVER_EXECUTABLE), QStringList());
+    QVERIFY(server.waitForStarted());
+    QByteArray output;
+    QTRY_VERIFY2_WITH_TIMEOUT((output += server.readAllStandardError()).contains("listens on port"),
+        output.constData(), 20000);
+    QCOMPARE(server.state(), QProcess::Running);
+    server.terminate();
+    QVERIFY(server.waitForFinished(10000));
+    QCOMPARE(server.exitCode(), 0);
+    // The user's copy never heard of it.
+    QCOMPARE(users.state(), QProcess::Running);
+    users.terminate();
+    QVERIFY(users.waitForFinished(10000));
 }
 
 void TestMain::startsWithoutTranslations()
@@ -61,8 +158,8 @@ void TestMain::startsWithoutTranslations()
     QVERIFY(QFile::copy(QStringLiteral(VELM_SERVER_EXECUTABLE), copy));
     QVERIFY(!QFileInfo::exists(place.filePath(QStringLiteral("bin/locale"))));
     QVERIFY(!QFileInfo::exists(place.filePath(QStringLiteral("Resources/locale"))));
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert(QStringLiteral("XDG_CONFIG_HOME"), place.filePath(QStringLiteral("config")));
+    QProcessEnvironment environment
+        = TestEnvironment::isolatedProgram(place.filePath(QStringLiteral("home")));
     environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
     environment.insert(QStringLiteral("LANG"), QStringLiteral("it_IT.UTF-8"));
     environment.insert(QStringLiteral("DBUS_SYSTEM_BUS_ADDRESS"),
@@ -93,13 +190,9 @@ void TestMain::quitsCleanlyOnSignal()
 {
     QFETCH(int, signal);
     QTemporaryDir home;
-    QTemporaryDir temp;
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert(QStringLiteral("XDG_CONFIG_HOME"), home.filePath(QStringLiteral("config")));
-    environment.insert(QStringLiteral("XDG_CACHE_HOME"), home.filePath(QStringLiteral("cache")));
-    environment.insert(QStringLiteral("XDG_RUNTIME_DIR"), home.path());
+    QProcessEnvironment environment = TestEnvironment::isolatedProgram(home.path());
     // The local socket and the key files of the single-instance block live here.
-    environment.insert(QStringLiteral("TMPDIR"), temp.path());
+    const QDir temp(environment.value(QStringLiteral("TMPDIR")));
     environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
     environment.insert(QStringLiteral("DBUS_SYSTEM_BUS_ADDRESS"),
         QStringLiteral("unix:path=") + home.filePath(QStringLiteral("no-bus")));
@@ -112,7 +205,7 @@ void TestMain::quitsCleanlyOnSignal()
         output.constData(), 20000);
     const QDir::Filters everything
         = QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot;
-    QVERIFY(!QDir(temp.path()).entryList(everything).isEmpty());
+    QVERIFY(!temp.entryList(everything).isEmpty());
 
     QCOMPARE(::kill(pid_t(server.processId()), signal), 0);
     QVERIFY(server.waitForFinished(10000));
@@ -122,7 +215,7 @@ void TestMain::quitsCleanlyOnSignal()
     QVERIFY2(
         output.contains("Quitting on signal " + QByteArray::number(signal)), output.constData());
     // Nothing is left behind for the next start to find.
-    QCOMPARE(QDir(temp.path()).entryList(everything), QStringList());
+    QCOMPARE(temp.entryList(everything), QStringList());
 }
 
 QTEST_GUILESS_MAIN(TestMain)
