@@ -6,8 +6,11 @@
 #include "screensaver.h"
 
 #include <QDBusConnection>
+#include <QDBusPendingCallWatcher>
 #include <QDBusReply>
 #include <QDBusUnixFileDescriptor>
+
+#include <utility>
 
 Q_LOGGING_CATEGORY(lcLinuxIdle, "velm.linux.idle")
 
@@ -16,8 +19,15 @@ namespace {
 // Both are asked while a client connects: never let a stuck service hold the program up long.
 constexpr int callTimeout = 2000;
 
-// The inhibition cookie of the display assertion; 0 when none is held.
-uint displayCookie = 0;
+// The display assertion. Every call to the screen saver is asynchronous: a desktop service that
+// hangs must never hold up the clients, so the cookie arrives later and is kept then.
+struct DisplayAssertion
+{
+    uint cookie = 0; // the assertion held; 0 when none is
+    int requests = 0; // Inhibit calls not answered yet
+    bool wanted = false; // what the latest prevent or allow asked for
+};
+DisplayAssertion display;
 bool screenSaverMissingReported = false;
 // logind keeps the system awake while this descriptor is open.
 QDBusUnixFileDescriptor systemInhibitor;
@@ -34,16 +44,44 @@ OrgFreedesktopScreenSaverInterface *screenSaver()
     return proxy;
 }
 
-bool succeeded(const QDBusPendingCall &call)
+// A desktop without the service: say so once, then stay quiet.
+void reportMissing(const QString &message)
 {
-    if (!call.isError())
-        return true;
-    // A desktop without the service: say so once, then stay quiet.
-    if (!screenSaverMissingReported) {
-        screenSaverMissingReported = true;
-        qCWarning(lcLinuxIdle) << "Cannot keep the display awake:" << call.error().message();
+    if (screenSaverMissingReported)
+        return;
+    screenSaverMissingReported = true;
+    qCWarning(lcLinuxIdle) << "Cannot keep the display awake:" << message;
+}
+
+void release(uint cookie)
+{
+    auto *watcher = new QDBusPendingCallWatcher(screenSaver()->UnInhibit(cookie));
+    QObject::connect(
+        watcher, &QDBusPendingCallWatcher::finished, [](QDBusPendingCallWatcher *call) {
+            call->deleteLater();
+            if (call->isError())
+                reportMissing(call->error().message());
+        });
+}
+
+void onInhibited(QDBusPendingCallWatcher *call)
+{
+    call->deleteLater();
+    --display.requests;
+    const QDBusPendingReply<uint> reply = *call;
+    if (reply.isError()) {
+        reportMissing(reply.error().message());
+        return;
     }
-    return false;
+    // One assertion at a time: a newer one replaces (and hands back) the one held.
+    if (display.cookie)
+        release(display.cookie);
+    display.cookie = reply.value();
+    // Allowed again while the answer was on its way.
+    if (!display.wanted) {
+        release(display.cookie);
+        display.cookie = 0;
+    }
 }
 
 } // namespace
@@ -52,23 +90,27 @@ namespace Idle {
 
 bool preventDisplaySleep(const QString &reason)
 {
-    QDBusPendingReply<uint> reply = screenSaver()->Inhibit(QString(Constants::NAME), reason);
-    reply.waitForFinished();
-    if (!succeeded(reply))
+    if (!QDBusConnection::sessionBus().isConnected()) {
+        reportMissing(QStringLiteral("no session bus"));
         return false;
-    displayCookie = reply.value();
+    }
+    display.wanted = true;
+    ++display.requests;
+    auto *watcher
+        = new QDBusPendingCallWatcher(screenSaver()->Inhibit(QString(Constants::NAME), reason));
+    QObject::connect(watcher, &QDBusPendingCallWatcher::finished, &onInhibited);
     return true;
 }
 
 bool allowDisplaySleep()
 {
-    if (!displayCookie)
-        return false;
-    const uint cookie = displayCookie;
-    displayCookie = 0;
-    QDBusPendingReply<> reply = screenSaver()->UnInhibit(cookie);
-    reply.waitForFinished();
-    return succeeded(reply);
+    display.wanted = false;
+    if (display.cookie) {
+        release(std::exchange(display.cookie, 0u));
+        return true;
+    }
+    // A cookie on its way is handed back when it arrives.
+    return display.requests > 0;
 }
 
 bool preventSystemSleep(const QString &reason)

@@ -15,7 +15,12 @@
 #include <QQueue>
 #include <QTimer>
 
+#include <utility>
+
 namespace {
+// How long keys wait for the window manager to bring their application forward.
+constexpr int activationTimeout = 300;
+
 // Built on the first shortcut from the layout the X server has then, and kept.
 const Keys::Table &keyTable(const X11Session *session)
 {
@@ -149,16 +154,6 @@ void LinuxApp::hide()
         session->minimize(window);
 }
 
-void LinuxApp::ensureActive()
-{
-    if (!session || windows.isEmpty() || windows.contains(session->activeWindow()))
-        return;
-    const WId window = recentWindow();
-    session->activate(window);
-    if (!session->waitUntilActive(window, 300))
-        qCWarning(lcLinux) << "Window did not become active" << id;
-}
-
 void LinuxApp::close()
 {
     if (const WId window = frontWindow())
@@ -220,9 +215,46 @@ void LinuxApp::performKeySequence(const QString &keys)
 {
     if (!session)
         return;
-    ensureActive();
-    for (const QString &shortcut : Keys::shortcuts(keys))
-        performShortcut(shortcut);
+    m_pendingKeys.append(keys);
+    // Already waiting for the window manager: these keys follow the earlier ones.
+    if (m_activationTimer && m_activationTimer->isActive())
+        return;
+    if (windows.isEmpty() || windows.contains(session->activeWindow())) {
+        typePendingKeys();
+        return;
+    }
+    // Another application is in front: bring this one forward first, so that the keys reach
+    // it, and type them once the window manager says it is active. The event loop goes on
+    // serving everyone meanwhile.
+    if (!m_activationTimer) {
+        m_activationTimer = new QTimer(this);
+        m_activationTimer->setSingleShot(true);
+        m_activationTimer->setInterval(activationTimeout);
+        connect(m_activationTimer, &QTimer::timeout, this, [this] {
+            qCWarning(lcLinux) << "Window did not become active" << id;
+            typePendingKeys();
+        });
+        connect(session, &X11Session::activeWindowChanged, this, &LinuxApp::onActiveWindowChanged);
+    }
+    session->activate(recentWindow());
+    m_activationTimer->start();
+}
+
+void LinuxApp::onActiveWindowChanged(WId window)
+{
+    if (m_activationTimer->isActive() && windows.contains(window)) {
+        m_activationTimer->stop();
+        typePendingKeys();
+    }
+}
+
+void LinuxApp::typePendingKeys()
+{
+    const QStringList sequences = std::exchange(m_pendingKeys, QStringList());
+    for (const QString &keys : sequences) {
+        for (const QString &shortcut : Keys::shortcuts(keys))
+            performShortcut(shortcut);
+    }
 }
 
 void LinuxApp::performShortcut(const QString &shortcut)

@@ -51,9 +51,6 @@ public:
     WId recentWindow() const;
     // The highest window that is not minimised; 0 when all are.
     WId frontWindow() const;
-    // Brings the application forward when another one is active, and waits (at most 300 ms)
-    // until the window manager says so, so that keys typed next reach it.
-    void ensureActive();
     void performShortcut(const QString &shortcut);
 
 public slots:
@@ -80,7 +77,14 @@ private:
     // The frame in front (the active one, else the first) of the application's element.
     Accessible frontFrame() const;
     void fillMenu(MenuItem &parent, const Accessible &element, int depth, int *budget);
+    // Types the key sequences waiting for the application to come forward, in order.
+    void typePendingKeys();
+    void onActiveWindowChanged(WId window);
     GAppInfo *m_info = nullptr;
+    // Key sequences asked for while the window manager was still bringing the application
+    // forward; typed when it is active, or when the wait times out.
+    QStringList m_pendingKeys;
+    QTimer *m_activationTimer = nullptr;
     std::vector<MenuItem> m_menu;
     // The elements behind m_menu, kept alive as long as the tree is.
     QVector<Accessible> m_menuElements;

@@ -6,9 +6,7 @@
 #include <KWindowSystem>
 #include <KX11Extras>
 #include <NETWM>
-#include <QElapsedTimer>
 #include <QGuiApplication>
-#include <QThread>
 #include <QX11Info>
 
 #include <xcb/xcb.h>
@@ -172,22 +170,6 @@ bool X11Session::fullscreenSupported() const
         return false;
     const NETRootInfo root(connection, NET::Supported);
     return root.isSupported(NET::FullScreen);
-}
-
-bool X11Session::waitUntilActive(WId id, int timeout)
-{
-    if (!connection)
-        return false;
-    QElapsedTimer timer;
-    timer.start();
-    for (;;) {
-        const NETRootInfo root(connection, NET::ActiveWindow);
-        if (root.activeWindow() == id)
-            return true;
-        if (timer.elapsed() >= timeout)
-            return false;
-        QThread::msleep(5);
-    }
 }
 
 void X11Session::scroll(bool up)

@@ -58,8 +58,6 @@ public:
     void setMaximized(WId id, bool on);
     void setFullscreen(WId id, bool on);
     bool fullscreenSupported() const;
-    // Asks the server itself (not the cached state) until `id` is active or `timeout` ms passed.
-    bool waitUntilActive(WId id, int timeout);
 
     // One wheel step at the pointer: up or down.
     void scroll(bool up);

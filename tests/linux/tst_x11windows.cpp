@@ -15,6 +15,7 @@
 
 #include <QApplication>
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QJsonArray>
 #include <QProcess>
@@ -113,6 +114,7 @@ private slots:
     void notRunningIsLogged();
     void scrollDirection();
     void keySequences();
+    void keysWaitingForTheWindowManagerBlockNobody();
     void keyTableFollowsTheLayout();
     void mediaKeysWithoutAPlayer();
 
@@ -632,6 +634,87 @@ void TestX11Windows::keySequences()
                 .filter(QStringLiteral("Unhandled key"))
                 .first()
                 .contains(QStringLiteral("nosuchkey")));
+}
+
+namespace {
+// Stops the rig's window manager until it goes out of scope, pass or fail.
+class StoppedWindowManager
+{
+public:
+    StoppedWindowManager()
+    {
+        QFile pids(qEnvironmentVariable("VELM_RIG_DIR") + QStringLiteral("/pids"));
+        if (pids.open(QIODevice::ReadOnly)) {
+            for (const QByteArray &line : pids.readAll().split('\n')) {
+                if (line.endsWith(" openbox"))
+                    pid = line.split(' ').first().toInt();
+            }
+        }
+        if (pid > 0 && ::kill(pid, SIGSTOP) != 0)
+            pid = 0;
+    }
+    ~StoppedWindowManager()
+    {
+        if (pid > 0)
+            ::kill(pid, SIGCONT);
+    }
+    bool isStopped() const { return pid > 0; }
+
+private:
+    int pid = 0;
+};
+} // namespace
+
+void TestX11Windows::keysWaitingForTheWindowManagerBlockNobody()
+{
+    Probe *probe = launchedProbe();
+    QVERIFY(probe);
+    Probe *other
+        = startProbe({ QStringLiteral("--class"), QStringLiteral("bystander") }, orphanPath);
+    QVERIFY(other->waitReady());
+    QTRY_COMPARE(activeWindow(), other->window);
+    Pairing::authorize(QStringLiteral("tablet"), QStringLiteral("tablet-token"));
+    ProtocolClient tablet(QStringLiteral("tablet"));
+    QVERIFY(Pairing::connectAuthenticated(tablet, listeningPort(core->server)));
+
+    LogCapture log;
+    {
+        // A window manager that does not answer: the keys wait for it as long as they may.
+        StoppedWindowManager stopped;
+        QVERIFY(stopped.isStopped());
+        for (const QString &keys : { QStringLiteral("a"), QStringLiteral("b") }) {
+            QVERIFY(send(QJsonObject { { L::method, L::keySequence },
+                { L::id, QStringLiteral("velm-probe") }, { L::keys, keys } }));
+        }
+        // Meanwhile another client is served at once, every time.
+        QSignalSpy frames(&tablet, &ProtocolClient::frameReceived);
+        QElapsedTimer waiting;
+        waiting.start();
+        int roundTrips = 0;
+        qint64 slowest = 0;
+        while (log.count(QStringLiteral("Window did not become active")) == 0) {
+            QVERIFY2(waiting.elapsed() < 5000, "the keys never stopped waiting");
+            const int before = frames.size();
+            QElapsedTimer roundTrip;
+            roundTrip.start();
+            tablet.send(QJsonObject { { L::method, L::unsupported } });
+            while (frames.size() == before)
+                QVERIFY(frames.wait(1000));
+            slowest = qMax(slowest, roundTrip.elapsed());
+            ++roundTrips;
+        }
+        QVERIFY2(roundTrips >= 5, qPrintable(QString::number(roundTrips)));
+        QVERIFY2(slowest < 20, qPrintable(QStringLiteral("%1 ms").arg(slowest)));
+    }
+    // Given up on the window manager, the keys are typed all the same, in order, where the
+    // keyboard focus is.
+    QTRY_COMPARE(other->keys().size() + probe->keys().size(), 2);
+    const QStringList typed = other->keys() + probe->keys();
+    QVERIFY2(typed.at(0).startsWith(QStringLiteral("key 61 ")),
+        qPrintable(typed.join(QLatin1Char(','))));
+    QVERIFY2(typed.at(1).startsWith(QStringLiteral("key 62 ")),
+        qPrintable(typed.join(QLatin1Char(','))));
+    QCOMPARE(log.count(QStringLiteral("Window did not become active")), 1);
 }
 
 void TestX11Windows::keyTableFollowsTheLayout()

@@ -13,6 +13,8 @@ ProtocolClient::ProtocolClient(const QString &id, QObject *parent)
     : QObject(parent)
     , m_id(id)
 {
+    // So that tests can spy on frameReceived.
+    qRegisterMetaType<Frame>();
     connect(&m_socket, &QWebSocket::binaryMessageReceived, this, &ProtocolClient::onBinaryMessage);
     connect(&m_socket, &QWebSocket::disconnected, this, [this] {
         m_closed = true;

@@ -20,6 +20,7 @@ struct Frame
     QVector<QPair<qint8, QByteArray>> parts;
     QString method() const { return object.value(QStringLiteral("_")).toString(); }
 };
+Q_DECLARE_METATYPE(Frame)
 
 // A client that speaks the protocol over a real WebSocket, the way a phone does: it pairs,
 // keeps its token, derives the session key, proves it, and encrypts its requests.
