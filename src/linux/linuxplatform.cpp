@@ -6,6 +6,7 @@
 #include "accessibility.h"
 #include "backlight.h"
 #include "constants.h"
+#include "iconthemes.h"
 #include "l.h"
 #include "linuxapp.h"
 #include "linuxlogging.h"
@@ -99,11 +100,7 @@ QPixmap fitSquare(const QPixmap &pixmap, int size)
 LinuxPlatform::LinuxPlatform(QObject *parent)
     : Platform(parent)
 {
-    // Without a desktop's platform theme Qt knows no icon theme: use the freedesktop ones.
-    if (QIcon::themeName().isEmpty())
-        QIcon::setThemeName(QStringLiteral("hicolor"));
-    if (QIcon::fallbackThemeName().isEmpty())
-        QIcon::setFallbackThemeName(QStringLiteral("Adwaita"));
+    IconThemes::configure();
     if (X11Session::available())
         m_session = new X11Session(this);
     else
@@ -191,6 +188,8 @@ void LinuxPlatform::findInstalledApps()
         if (G_IS_DESKTOP_APP_INFO(info))
             app->path = fromUtf8(g_desktop_app_info_get_filename(G_DESKTOP_APP_INFO(info)));
         app->icon = iconFromGIcon(g_app_info_get_icon(info));
+        if (app->icon.isNull())
+            app->icon = IconThemes::genericApplication();
         found.append(app);
     }
     g_list_free_full(all, g_object_unref);
@@ -368,6 +367,8 @@ LinuxApp *LinuxPlatform::appForWindow(const X11Window &window)
     app->name = !window.className.isEmpty() ? QString::fromUtf8(window.className) : window.title;
     app->path = executableOf(window.pid);
     app->icon = m_session->windowIcon(window.id);
+    if (app->icon.isNull())
+        app->icon = IconThemes::genericApplication();
     installedApps.append(app);
     apps.insert(app->id, app);
     emit installedAppsChanged();
