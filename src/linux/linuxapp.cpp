@@ -332,10 +332,7 @@ const std::vector<MenuItem> &LinuxApp::getMenuItems()
 {
     if (!m_menu.empty())
         return m_menu;
-    const Accessible frame = frontFrame();
-    if (frame.isNull())
-        return m_menu;
-    const Accessible bar = frame.findFirst(Accessible::MenuBar, 3);
+    const Accessible bar = menuBar();
     if (bar.isNull())
         return m_menu;
     const QVector<Accessible> entries = bar.children();
@@ -347,13 +344,68 @@ const std::vector<MenuItem> &LinuxApp::getMenuItems()
             continue;
         MenuItem item(QString(), title, entry.handle());
         m_menuElements.append(entry);
-        fillMenu(item, entry, 1, &budget);
+        fillMenu(item, entry, { title }, 1, &budget);
         m_menu.push_back(std::move(item));
     }
     return m_menu;
 }
 
-void LinuxApp::fillMenu(MenuItem &parent, const Accessible &element, int depth, int *budget)
+Accessible LinuxApp::menuBar() const
+{
+    const Accessible frame = frontFrame();
+    return frame.isNull() ? Accessible() : frame.findFirst(Accessible::MenuBar, 3);
+}
+
+namespace {
+// The untitled pop-up that holds a menu's entries (Qt's): its entries are the menu's.
+bool isMenuContainer(Accessible::Kind kind, const QString &title)
+{
+    return kind == Accessible::MenuContainer
+        || (title.isEmpty() && kind != Accessible::MenuItem && kind != Accessible::Menu);
+}
+
+// GTK calls the action "click", Qt "Press"; anything else gets its first action.
+bool press(const Accessible &element)
+{
+    if (element.isNull())
+        return false;
+    const QStringList actions = element.actions();
+    int action = 0;
+    for (int i = 0; i < actions.size(); ++i) {
+        if (actions.at(i).compare(QLatin1String("click"), Qt::CaseInsensitive) == 0
+            || actions.at(i).compare(QLatin1String("press"), Qt::CaseInsensitive) == 0) {
+            action = i;
+            break;
+        }
+    }
+    return !actions.isEmpty() && element.doAction(action);
+}
+
+// The entry titled `title` among the entries of a menu, looking through untitled containers.
+Accessible menuEntry(const Accessible &menu, const QString &title, int depth = 0)
+{
+    if (depth > 2)
+        return Accessible();
+    const QVector<Accessible> children = menu.children();
+    for (const Accessible &child : children) {
+        const Accessible::Kind kind = child.kind();
+        if (kind == Accessible::Separator)
+            continue;
+        const QString name = child.name();
+        if (isMenuContainer(kind, name)) {
+            const Accessible found = menuEntry(child, title, depth + 1);
+            if (!found.isNull())
+                return found;
+        } else if (name == title) {
+            return child;
+        }
+    }
+    return Accessible();
+}
+} // namespace
+
+void LinuxApp::fillMenu(
+    MenuItem &parent, const Accessible &element, const QStringList &path, int depth, int *budget)
 {
     if (depth > maxMenuDepth)
         return;
@@ -368,10 +420,8 @@ void LinuxApp::fillMenu(MenuItem &parent, const Accessible &element, int depth, 
         if (kind == Accessible::Separator)
             continue;
         const QString title = child.name();
-        // The untitled pop-up that holds a menu's entries: its entries are the menu's.
-        if (kind == Accessible::MenuContainer
-            || (title.isEmpty() && kind != Accessible::MenuItem && kind != Accessible::Menu)) {
-            fillMenu(parent, child, depth + 1, budget);
+        if (isMenuContainer(kind, title)) {
+            fillMenu(parent, child, path, depth + 1, budget);
             continue;
         }
         if (title == QLatin1String("Services") || !child.isEnabled())
@@ -380,9 +430,23 @@ void LinuxApp::fillMenu(MenuItem &parent, const Accessible &element, int depth, 
             return;
         MenuItem item(QString::number(Random::integer(0, 2147483647)), title, child.handle());
         m_menuElements.append(child);
-        fillMenu(item, child, depth + 1, budget);
+        const QStringList childPath = path + QStringList { title };
+        m_menuPaths.insert(item.id, childPath);
+        fillMenu(item, child, childPath, depth + 1, budget);
         parent.children.push_back(std::move(item));
     }
+}
+
+Accessible LinuxApp::findMenuEntry(const QStringList &path, bool openMenus) const
+{
+    Accessible element = menuBar();
+    for (int i = 0; i < path.size() && !element.isNull(); ++i) {
+        // Opening a menu makes a toolkit build and realise what it holds.
+        if (openMenus && i > 0)
+            press(element);
+        element = menuEntry(element, path.at(i));
+    }
+    return element;
 }
 
 void LinuxApp::performMenu(const QString &menuId)
@@ -392,19 +456,15 @@ void LinuxApp::performMenu(const QString &menuId)
         qCWarning(lcLinuxA11y) << "Cannot get menu" << menuId;
         return;
     }
-    const Accessible element = Accessible::share(static_cast<AtspiAccessible *>(item->element));
-    // GTK calls it "click", Qt "Press"; anything else gets its first action.
-    const QStringList actions = element.actions();
-    int action = 0;
-    for (int i = 0; i < actions.size(); ++i) {
-        if (actions.at(i).compare(QLatin1String("click"), Qt::CaseInsensitive) == 0
-            || actions.at(i).compare(QLatin1String("press"), Qt::CaseInsensitive) == 0) {
-            action = i;
-            break;
-        }
-    }
-    if (actions.isEmpty() || !element.doAction(action))
-        qCWarning(lcLinuxA11y) << "Cannor press menu" << menuId;
+    if (press(Accessible::share(static_cast<AtspiAccessible *>(item->element))))
+        return;
+    // The element read with the tree may be gone (programs rebuild menus, for recent files or
+    // when a model changes), or its menu may have to be open before it can be pressed: find
+    // the entry again by its titles, then with the menus above it opened.
+    const QStringList path = m_menuPaths.value(menuId, { item->name });
+    if (press(findMenuEntry(path, false)) || press(findMenuEntry(path, true)))
+        return;
+    qCWarning(lcLinuxA11y) << "Cannot press menu" << menuId;
 }
 
 Accessible LinuxApp::focusedElement() const
@@ -490,6 +550,7 @@ void LinuxApp::setCurrent(bool current)
         // Menu identifiers are only good while the application stays in front.
         m_menu.clear();
         m_menuElements.clear();
+        m_menuPaths.clear();
         stopPollingBrowser();
         return;
     }

@@ -3,7 +3,9 @@
 #include "accessible.h"
 #include "app.h"
 
+#include <QHash>
 #include <QList>
+#include <QStringList>
 #include <QWindow>
 
 typedef struct _GAppInfo GAppInfo;
@@ -76,7 +78,12 @@ private:
     bool hasWindows(const char *operation) const;
     // The frame in front (the active one, else the first) of the application's element.
     Accessible frontFrame() const;
-    void fillMenu(MenuItem &parent, const Accessible &element, int depth, int *budget);
+    Accessible menuBar() const;
+    void fillMenu(MenuItem &parent, const Accessible &element, const QStringList &path, int depth,
+        int *budget);
+    // The menu entry reached through these titles from the menu bar, read afresh; with
+    // openMenus, each menu on the way is opened first.
+    Accessible findMenuEntry(const QStringList &path, bool openMenus) const;
     // Types the key sequences waiting for the application to come forward, in order.
     void typePendingKeys();
     void onActiveWindowChanged(WId window);
@@ -88,6 +95,8 @@ private:
     std::vector<MenuItem> m_menu;
     // The elements behind m_menu, kept alive as long as the tree is.
     QVector<Accessible> m_menuElements;
+    // The titles leading to each entry of m_menu, from the menu bar down.
+    QHash<QString, QStringList> m_menuPaths;
     QTimer *m_browserTimer = nullptr;
     QString m_browserUrl;
 };

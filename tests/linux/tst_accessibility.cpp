@@ -287,9 +287,33 @@ void TestAccessibility::menus()
             return !menu.isEmpty();
         },
         10000));
-    QCOMPARE(
-        shape(menu), QStringLiteral("File(New,Recent(First File,Second File)),Edit(Copy,Paste)"));
+    QString expected = QStringLiteral(
+        "File(New,Recent(First File,Second File)),Edit(Copy,Paste,Transform(Upper,Case(Title)))");
+    if (program == gtkApp)
+        expected += QStringLiteral(",Tools(Format(Bold,Size(Large)))");
+    QCOMPARE(shape(menu), expected);
     QVERIFY(idsWellFormed(menu, true));
+
+    // Entries of submenus that were never opened, two and three levels below the menu bar.
+    QStringList entries { QStringLiteral("Upper"), QStringLiteral("Title") };
+    if (program == gtkApp)
+        entries << QStringLiteral("bold") << QStringLiteral("large");
+    for (const QString &entry : qAsConst(entries)) {
+        QString title = entry;
+        title[0] = title.at(0).toUpper();
+        send(QJsonObject { { L::method, L::performMenu }, { L::id, app->id },
+            { QStringLiteral("m"), findId(menu, title) } });
+        QTRY_VERIFY2(testApp->lines().contains(QStringLiteral("menu ") + entry), qPrintable(entry));
+    }
+    // The program made those submenus anew since the tree was read: the identifiers still
+    // reach the entries of the same titles.
+    testApp->process.write("rebuild\n");
+    QTRY_VERIFY(testApp->lines().contains(QStringLiteral("rebuilt")));
+    for (const QString &entry : { QStringLiteral("Upper"), QStringLiteral("Title") }) {
+        send(QJsonObject { { L::method, L::performMenu }, { L::id, app->id },
+            { QStringLiteral("m"), findId(menu, entry) } });
+        QTRY_COMPARE(testApp->lines().count(QStringLiteral("menu ") + entry), 2);
+    }
 
     // The empty identifier is the first menu-bar entry's: pressing it opens that menu.
     send(QJsonObject {

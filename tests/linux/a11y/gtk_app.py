@@ -15,7 +15,7 @@ import gi
 
 gi.require_version("Gtk", "3.0")
 gi.require_version("Atk", "1.0")
-from gi.repository import Atk, GLib, Gtk  # noqa: E402
+from gi.repository import Atk, Gio, GLib, Gtk  # noqa: E402
 
 log_path = sys.argv[1]
 
@@ -63,7 +63,38 @@ bar = Gtk.MenuBar()
 bar.append(menu("Apple", [item("About")]))
 bar.append(menu("File", [item("New"), item("Locked", sensitive=False), Gtk.SeparatorMenuItem(),
                          recent, disabled, menu("Services", [item("Share")])]))
-bar.append(menu("Edit", [item("Copy"), item("Paste")]))
+# Submenus that are never opened before their entries are invoked.
+transform = menu("Transform", [])
+
+
+def fill_transform():
+    """Makes the Transform submenu anew, as programs rebuild menus of recent files."""
+    sub = Gtk.Menu()
+    for entry in (item("Upper"), menu("Case", [item("Title")])):
+        sub.append(entry)
+    transform.set_submenu(sub)
+    sub.show_all()
+
+
+fill_transform()
+bar.append(menu("Edit", [item("Copy"), item("Paste"), transform]))
+
+# A menu built from a menu model with actions, as GtkApplication programs build theirs.
+actions = Gio.SimpleActionGroup()
+for name in ("bold", "large"):
+    action = Gio.SimpleAction.new(name, None)
+    action.connect("activate", lambda a, _: record("menu " + a.get_name()))
+    actions.add_action(action)
+size_model = Gio.Menu()
+size_model.append("Large", "probe.large")
+format_model = Gio.Menu()
+format_model.append("Bold", "probe.bold")
+format_model.append_submenu("Size", size_model)
+tools_model = Gio.Menu()
+tools_model.append_submenu("Format", format_model)
+tools = Gtk.MenuItem.new_with_label("Tools")
+tools.set_submenu(Gtk.Menu.new_from_model(tools_model))
+bar.append(tools)
 
 # The caret waits after the third character, also when the entry takes the focus.
 Gtk.Settings.get_default().set_property("gtk-entry-select-on-focus", False)
@@ -131,18 +162,26 @@ if page_url:
     view = PageView(page_url)
     box.pack_start(view, False, False, 0)
 
-    def read_command(source, _):
-        line = source.readline()
-        if not line:
-            return False
-        if line.startswith("url "):
-            view.page.url = line[4:].strip()
-            record("page " + view.page.url)
-        return True
 
-    GLib.io_add_watch(sys.stdin, GLib.IO_IN | GLib.IO_HUP, read_command)
 
+
+def read_command(source, _):
+    """Commands on standard input: "url ADDRESS" (with --page) and "rebuild"."""
+    line = source.readline()
+    if not line:
+        return False
+    if line.startswith("url ") and page_url:
+        view.page.url = line[4:].strip()
+        record("page " + view.page.url)
+    elif line.strip() == "rebuild":
+        fill_transform()
+        record("rebuilt")
+    return True
+
+
+GLib.io_add_watch(sys.stdin, GLib.IO_IN | GLib.IO_HUP, read_command)
 window.add(box)
+window.insert_action_group("probe", actions)
 
 
 def key(_, event):

@@ -1,6 +1,6 @@
 // A Qt 5 window for the accessibility tests: a menu bar (with a disabled entry, a submenu and a
-// separator), a one-line entry, a text area, a list and a button. What is invoked, typed and
-// pressed goes to the log file, one line each.
+// separator, submenus two and three levels deep), a one-line entry, a text area, a list and a
+// button. What is invoked, typed and pressed goes to the log file, one line each.
 //   usage: qt_app LOG [--title TEXT] [--tab-leaves-area]
 #include <QApplication>
 #include <QFile>
@@ -10,6 +10,7 @@
 #include <QMenuBar>
 #include <QPlainTextEdit>
 #include <QPushButton>
+#include <QSocketNotifier>
 #include <QTimer>
 #include <QVBoxLayout>
 
@@ -64,6 +65,27 @@ int main(int argc, char **argv)
     QMenu *edit = window.menuBar()->addMenu(QStringLiteral("Edit"));
     addItem(edit, QStringLiteral("Copy"));
     addItem(edit, QStringLiteral("Paste"));
+    // Submenus that are never opened before their entries are invoked. A line "rebuild" on
+    // standard input makes them anew, as programs rebuild menus of recent files.
+    QMenu *transform = edit->addMenu(QStringLiteral("Transform"));
+    const auto fillTransform = [transform, addItem] {
+        transform->clear();
+        addItem(transform, QStringLiteral("Upper"));
+        addItem(transform->addMenu(QStringLiteral("Case")), QStringLiteral("Title"));
+    };
+    fillTransform();
+    QSocketNotifier input(0, QSocketNotifier::Read);
+    QFile standardInput;
+    standardInput.open(0, QIODevice::ReadOnly);
+    QObject::connect(&input, &QSocketNotifier::activated, [&] {
+        const QByteArray line = standardInput.readLine().trimmed();
+        if (line.isEmpty() && standardInput.atEnd())
+            input.setEnabled(false);
+        if (line == "rebuild") {
+            fillTransform();
+            record(QStringLiteral("rebuilt"));
+        }
+    });
 
     auto *central = new QWidget;
     auto *layout = new QVBoxLayout(central);
