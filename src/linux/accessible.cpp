@@ -228,6 +228,12 @@ bool Accessible::isEnabled() const
     return hasStates(element, { ATSPI_STATE_SENSITIVE, ATSPI_STATE_ENABLED });
 }
 
+void Accessible::refresh() const
+{
+    if (element)
+        atspi_accessible_clear_cache(element);
+}
+
 bool Accessible::isFocused() const { return hasStates(element, { ATSPI_STATE_FOCUSED }); }
 
 bool Accessible::isActive() const { return hasStates(element, { ATSPI_STATE_ACTIVE }); }

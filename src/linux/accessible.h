@@ -44,6 +44,10 @@ public:
     AtspiAccessible *handle() const { return element; }
     bool operator==(const Accessible &other) const { return element == other.element; }
 
+    // Forgets what AT-SPI remembers of the element (role, name, states), so that the next reads
+    // ask the application.
+    void refresh() const;
+
     Kind kind() const;
     QString roleName() const;
     // Null when the element has no name at all; empty when it is empty.

@@ -482,6 +482,11 @@ Accessible LinuxApp::focusedElement() const
 
 void LinuxApp::reportFocus(const Accessible &element)
 {
+    // Read afresh: what AT-SPI remembers may be older than the event. An element that has
+    // lost the focus again by now is not reported; the event of the one that has it follows.
+    element.refresh();
+    if (!element.isNull() && !element.isFocused())
+        return;
     ElementRole role = Null;
     switch (element.kind()) {
     case Accessible::SingleLineText:

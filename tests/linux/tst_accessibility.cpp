@@ -115,6 +115,8 @@ private slots:
     void menus();
     void focusedElement_data();
     void focusedElement();
+    void focusMovedQuickly_data();
+    void focusMovedQuickly();
     void returnWithoutAFocusedElement();
     void browserPage();
     void accessibilitySwitchedOff();
@@ -415,6 +417,57 @@ void TestAccessibility::focusedElement()
         QStringLiteral("Press Me"));
     send(QJsonObject { { L::method, L::performFocus }, { L::id, app->id } });
     QTRY_VERIFY(testApp->lines().contains(QStringLiteral("button")));
+}
+
+void TestAccessibility::focusMovedQuickly_data()
+{
+    QTest::addColumn<QString>("program");
+    QTest::newRow("gtk") << gtkApp;
+    QTest::newRow("qt") << qtApp;
+}
+
+void TestAccessibility::focusMovedQuickly()
+{
+    QFETCH(QString, program);
+    TestApp *testApp = start(program, {});
+    LinuxApp *app = current(testApp);
+    QVERIFY(app);
+    QVERIFY(leaveAndReturn(testApp));
+    const int from = client->framesWith(L::focusedElement).size();
+    // The focus goes round the entry, the text area and the button a hundred times; every
+    // push says what the element held.
+    const QList<QPair<QByteArray, QString>> targets { { "entry", QStringLiteral("Text") },
+        { "area", QStringLiteral("TextArea") }, { "button", QStringLiteral("Button") } };
+    const auto lastRole = [&] {
+        const QList<Frame> frames = focusFrames(from, app->id);
+        return frames.isEmpty() ? QString() : frames.last().object.value(L::role).toString();
+    };
+    // Starting on the area, so that the first move is one.
+    testApp->process.write("focus area\n");
+    QTRY_COMPARE(lastRole(), QStringLiteral("TextArea"));
+    for (int i = 0; i < 100; ++i) {
+        const auto &[target, role] = targets.at(i % 3 == 1 ? 2 : (i % 3 == 2 ? 1 : 0));
+        testApp->process.write("focus " + target + '\n');
+        QTRY_COMPARE(lastRole(), role);
+    }
+    const QList<Frame> frames = focusFrames(from, app->id);
+    QVERIFY(frames.size() >= 100);
+    for (const Frame &frame : frames) {
+        const QJsonObject object = frame.object;
+        const QString role = object.value(L::role).toString();
+        const QByteArray seen = frame.json;
+        if (role == QLatin1String("Text")) {
+            QVERIFY2(object.value(L::value).toString() == QLatin1String("hello world"), seen);
+            QVERIFY2(object.value(L::properties).toObject()
+                    == (QJsonObject { { L::index, 3 }, { L::length, 0 } }),
+                seen);
+        } else if (role == QLatin1String("TextArea")) {
+            QVERIFY2(object.value(L::value).toString() == QLatin1String("first line..."), seen);
+        } else {
+            QVERIFY2(role == QLatin1String("Button"), seen);
+            QVERIFY2(object.value(L::name).toString() == QLatin1String("Press Me"), seen);
+        }
+    }
 }
 
 void TestAccessibility::returnWithoutAFocusedElement()

@@ -166,7 +166,8 @@ if page_url:
 
 
 def read_command(source, _):
-    """Commands on standard input: "url ADDRESS" (with --page) and "rebuild"."""
+    """Commands on standard input: "url ADDRESS" (with --page), "rebuild", and "focus entry",
+    "focus area" or "focus button"."""
     line = source.readline()
     if not line:
         return False
@@ -176,6 +177,8 @@ def read_command(source, _):
     elif line.strip() == "rebuild":
         fill_transform()
         record("rebuilt")
+    elif line.startswith("focus "):
+        {"entry": entry, "area": area, "button": button}[line.split()[1]].grab_focus()
     return True
 
 

@@ -74,18 +74,6 @@ int main(int argc, char **argv)
         addItem(transform->addMenu(QStringLiteral("Case")), QStringLiteral("Title"));
     };
     fillTransform();
-    QSocketNotifier input(0, QSocketNotifier::Read);
-    QFile standardInput;
-    standardInput.open(0, QIODevice::ReadOnly);
-    QObject::connect(&input, &QSocketNotifier::activated, [&] {
-        const QByteArray line = standardInput.readLine().trimmed();
-        if (line.isEmpty() && standardInput.atEnd())
-            input.setEnabled(false);
-        if (line == "rebuild") {
-            fillTransform();
-            record(QStringLiteral("rebuilt"));
-        }
-    });
 
     auto *central = new QWidget;
     auto *layout = new QVBoxLayout(central);
@@ -112,6 +100,27 @@ int main(int argc, char **argv)
     layout->addWidget(button);
     layout->addWidget(list);
     window.setCentralWidget(central);
+
+    // Commands on standard input: "rebuild" makes the Transform submenu anew; "focus entry",
+    // "focus area" and "focus button" move the keyboard focus.
+    QSocketNotifier input(0, QSocketNotifier::Read);
+    QFile standardInput;
+    standardInput.open(0, QIODevice::ReadOnly);
+    QObject::connect(&input, &QSocketNotifier::activated, [&] {
+        const QByteArray line = standardInput.readLine().trimmed();
+        if (line.isEmpty() && standardInput.atEnd())
+            input.setEnabled(false);
+        if (line == "rebuild") {
+            fillTransform();
+            record(QStringLiteral("rebuilt"));
+        } else if (line == "focus entry") {
+            entry->setFocus();
+        } else if (line == "focus area") {
+            area->setFocus();
+        } else if (line == "focus button") {
+            button->setFocus();
+        }
+    });
     window.show();
     QTimer::singleShot(0, [] { record(QStringLiteral("ready")); });
     return app.exec();
