@@ -15,22 +15,25 @@ void AuthenticationHandler::handle(const QJsonObject &message, QWebSocket *socke
     // Pairing has no state to re-send, so a re-run asks nothing of anyone.
     if (!socket || message.isEmpty())
         return;
-    // Only the connection being paired may prove anything; otherwise an authenticated client
-    // could decide the fate of whichever device happens to be pending.
-    if (socket != server->getPendingSocket()) {
+    // Only a connection that was given a session token may prove anything; otherwise an
+    // authenticated client could decide the fate of another device's connection.
+    if (socket == server->getPendingSocket()) {
+        // The device being authorized has no key yet, so nothing to prove.
+        server->setAuthentication(socket->property(Server::idProperty).toString(), false);
+        return;
+    }
+    if (!server->isAuthenticating(socket)) {
         qCWarning(lcServer) << "Unexpected authentication from" << socket;
         return;
     }
     const QString hash = message.value(L::hash).toString();
     const QString id = socket->property(Server::idProperty).toString();
     const QString sessionToken = socket->property(Server::sessionTokenProperty).toString();
-    // A connection in the authorization flow has no session token and so nothing to prove.
-    if (sessionToken.isEmpty()) {
-        server->setAuthentication(id, false);
-        return;
-    }
     const QString token = server->getAuthorizationToken(id);
     const QString expected
         = QString::fromLatin1(Server::computeAESKey(id, token, sessionToken).toHex());
-    server->setAuthentication(id, expected == hash);
+    const bool proved = expected == hash;
+    if (!proved)
+        server->recordFailedProof(socket);
+    server->setAuthentication(socket, proved);
 }

@@ -10,11 +10,12 @@ class QJsonParseError;
 // could grow this program's memory with such messages; those are refused as unparseable.
 namespace Json {
 
-// A null document, with `error` set, when the text is not JSON or repeats such a key.
+// A null document, with `error` set, when the text is not JSON, repeats such a key, or nests
+// arrays and objects more than 64 deep.
 QJsonDocument parse(const QByteArray &text, QJsonParseError *error = nullptr);
 
 // True when some object in the text repeats a key whose earlier value was an array or an
-// object, and for nesting deeper than Qt takes.
+// object, and for nesting more than 64 deep.
 bool repeatsContainerKey(const QByteArray &text);
 
 } // namespace Json

@@ -12,10 +12,14 @@
 #include <QHostInfo>
 #include <QJsonDocument>
 #include <QNetworkInterface>
+#include <QDateTime>
 #include <QSettings>
+#include <QTcpServer>
+#include <QTcpSocket>
 #include <QTimer>
 #include <QUrlQuery>
 #include <QWebSocket>
+#include <QWebSocketCorsAuthenticator>
 #include <QWebSocketServer>
 
 #include <QtEndian>
@@ -23,9 +27,8 @@
 #include <cstring>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
-
-#include <cstring>
 
 Q_LOGGING_CATEGORY(lcServer, "velm.server")
 Q_LOGGING_CATEGORY(lcZeroConf, "velm.server.zeroconf")
@@ -34,6 +37,9 @@ namespace {
 
 constexpr int networkWatchInterval = 5000;
 constexpr int listenRetryDelay = 100;
+// Out of descriptors: accepting again at once would fail again at once.
+constexpr int acceptPause = 1000;
+constexpr int handshakeTimeout = 10000;
 constexpr int tokenLength = 32;
 // Logged payloads come from unauthenticated peers too: keep the lines bounded.
 constexpr int maxLoggedBytes = 1024;
@@ -46,6 +52,14 @@ QByteArray excerpt(const QByteArray &bytes)
     if (bytes.size() <= maxLoggedBytes)
         return bytes;
     return bytes.left(maxLoggedBytes) + "... (" + QByteArray::number(bytes.size()) + " bytes)";
+}
+
+// Connections arrive dual-stack: an IPv4 peer is one address however it arrived.
+QHostAddress plainAddress(const QHostAddress &address)
+{
+    bool isIPv4 = false;
+    const quint32 ipv4 = address.toIPv4Address(&isIPv4);
+    return isIPv4 ? QHostAddress(ipv4) : address;
 }
 
 QString operatingSystemName()
@@ -77,6 +91,7 @@ Server::Server(QObject *parent)
         }
     }
 
+    raiseDescriptorLimit();
     startMonitoringConnection();
     startWebSocketServer();
 
@@ -86,7 +101,28 @@ Server::Server(QObject *parent)
     }
 }
 
-Server::~Server() { delete webSocketServer; }
+Server::~Server()
+{
+    delete tcpServer;
+    delete webSocketServer;
+}
+
+void Server::raiseDescriptorLimit()
+{
+    // Every connection costs a descriptor; the usual soft limit of 1,024 is soon reached.
+    struct rlimit limit;
+    if (getrlimit(RLIMIT_NOFILE, &limit) != 0)
+        return;
+    rlim_t wanted = limit.rlim_max;
+    // Some systems have no hard limit but refuse an infinite soft one.
+    if (wanted == RLIM_INFINITY)
+        wanted = 10240;
+    if (limit.rlim_cur != RLIM_INFINITY && limit.rlim_cur >= wanted)
+        return;
+    limit.rlim_cur = wanted;
+    if (setrlimit(RLIMIT_NOFILE, &limit) != 0)
+        qCWarning(lcServer) << "Cannot raise the limit of open files:" << strerror(errno);
+}
 
 void Server::startMonitoringConnection()
 {
@@ -147,24 +183,30 @@ void Server::startWebSocketServer()
     if ((port & 0xC000) != 0xC000)
         port = quint16(Random::integer(49152, 65535));
 
-    if (webSocketServer) {
-        if (webSocketServer->isListening())
-            webSocketServer->close();
-        webSocketServer->deleteLater();
+    if (tcpServer) {
+        tcpServer->close();
+        tcpServer->deleteLater();
     }
+    if (webSocketServer)
+        webSocketServer->deleteLater();
+    // The WebSocket endpoint does not listen itself: it is handed each connection.
     webSocketServer = new QWebSocketServer(Constants::NAME, QWebSocketServer::NonSecureMode);
+    webSocketServer->setHandshakeTimeout(handshakeTimeout);
+    connect(webSocketServer, &QWebSocketServer::newConnection, this, &Server::onNewConnection);
+    connect(webSocketServer, &QWebSocketServer::originAuthenticationRequired, this,
+        &Server::onOriginAuthenticationRequired);
+    tcpServer = new QTcpServer;
 
-    if (webSocketServer->listen(QHostAddress::Any, port)) {
+    if (tcpServer->listen(QHostAddress::Any, port)) {
         // A reply with an attachment leaves in several writes; with Nagle's algorithm the last
         // piece would wait for the client's delayed acknowledgement (40 ms). Connections
         // accepted from the listening socket inherit this; QWebSocket has no option for it.
         const int on = 1;
-        if (::setsockopt(
-                int(webSocketServer->nativeDescriptor()), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on)
+        if (::setsockopt(int(tcpServer->socketDescriptor()), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on)
             != 0)
             qCWarning(lcServer) << "Cannot set TCP_NODELAY" << strerror(errno);
-        connect(webSocketServer, &QWebSocketServer::newConnection, this, &Server::onNewConnection);
-        connect(webSocketServer, &QWebSocketServer::closed, this, &Server::onServerClosed);
+        connect(tcpServer, &QTcpServer::newConnection, this, &Server::onTcpConnection);
+        connect(tcpServer, &QTcpServer::acceptError, this, &Server::onAcceptError);
         settings.setValue(QStringLiteral("lastUsedPort"), uint(port));
         // So that a person can point a client at it when nothing advertises it.
         qCInfo(lcServer).noquote() << zeroConfServiceName() << "listens on port" << port << "at"
@@ -178,7 +220,108 @@ void Server::startWebSocketServer()
 
 quint16 Server::serverPort() const
 {
-    return webSocketServer && webSocketServer->isListening() ? webSocketServer->serverPort() : 0;
+    return tcpServer && tcpServer->isListening() ? tcpServer->serverPort() : 0;
+}
+
+void Server::onTcpConnection()
+{
+    while (QTcpSocket *transport = tcpServer->nextPendingConnection()) {
+        // The listening socket is replaced on restart; its connections must outlive it.
+        transport->setParent(this);
+        const QHostAddress peer = plainAddress(transport->peerAddress());
+        if (isRefused(peer)) {
+            transport->abort();
+            transport->deleteLater();
+            continue;
+        }
+        makeRoomForStranger();
+        strangers.append(transport);
+        // Connected before the WebSocket layer connects its own: each time the peer sends
+        // something, first see whether it reads what it is sent.
+        connect(transport, &QTcpSocket::readyRead, this, [this, transport] {
+            const auto socket = std::find_if(transports.cbegin(), transports.cend(),
+                [transport](const QPointer<QTcpSocket> &t) { return t == transport; });
+            checkBacklog(
+                transport, socket != transports.cend() && clients.contains(socket.key()));
+        });
+        webSocketServer->handleConnection(transport);
+    }
+}
+
+void Server::onAcceptError(QAbstractSocket::SocketError error)
+{
+    // The listening socket stops accepting on such an error; it starts again after a while,
+    // by which time connections may have ended (the oldest strangers are closed for room).
+    qCWarning(lcServer) << "Cannot accept connections for now:" << error;
+    makeRoomForStranger();
+    const QPointer<QTcpServer> listening(tcpServer);
+    QTimer::singleShot(acceptPause, this, [listening] {
+        if (listening)
+            listening->resumeAccepting();
+    });
+}
+
+void Server::makeRoomForStranger()
+{
+    strangers.erase(std::remove_if(strangers.begin(), strangers.end(),
+                        [](const QPointer<QTcpSocket> &t) { return t.isNull(); }),
+        strangers.end());
+    const QTcpSocket *prompted = pendingSocket ? transports.value(pendingSocket).data() : nullptr;
+    while (strangers.size() >= maxUnauthenticatedConnections) {
+        // The device at the pairing prompt keeps its place: the user is looking at it.
+        auto oldest = strangers.begin();
+        if (*oldest == prompted && strangers.size() > 1)
+            ++oldest;
+        QPointer<QTcpSocket> victim = *oldest;
+        strangers.erase(oldest);
+        if (victim)
+            victim->abort();
+    }
+}
+
+bool Server::checkBacklog(QTcpSocket *transport, bool authenticated)
+{
+    const qint64 limit = authenticated ? maxQueuedBytes : maxQueuedBytesBeforeAuthentication;
+    if (transport->bytesToWrite() <= limit)
+        return true;
+    qCWarning(lcServer) << "Closing a connection that does not read:"
+                        << transport->bytesToWrite() << "bytes wait for"
+                        << plainAddress(transport->peerAddress()).toString();
+    transport->abort();
+    return false;
+}
+
+void Server::onOriginAuthenticationRequired(QWebSocketCorsAuthenticator *authenticator)
+{
+    // Native clients send no Origin; a browser always does. Only pages of this server's own
+    // origin may connect, so no other web page can raise the pairing prompt or use a token.
+    const QString origin = authenticator->origin();
+    if (origin.isEmpty() || isOwnOrigin(origin))
+        return;
+    authenticator->setAllowed(false);
+    qCWarning(lcServer) << "Refused a connection from the web page" << excerpt(origin.toUtf8());
+}
+
+bool Server::isOwnOrigin(const QString &origin) const
+{
+    const QUrl url(origin, QUrl::StrictMode);
+    if (!url.isValid() || url.scheme() != QLatin1String("http") || url.port() != serverPort()
+        || !url.path().isEmpty() || !url.userInfo().isEmpty())
+        return false;
+    const QString host = url.host().toLower();
+    const QString localHost = QHostInfo::localHostName().toLower();
+    if (host == QLatin1String("localhost") || host == localHost
+        || host == localHost + QStringLiteral(".local"))
+        return true;
+    const QHostAddress address(host);
+    if (address.isNull())
+        return false;
+    const QList<QHostAddress> own = QNetworkInterface::allAddresses();
+    for (const QHostAddress &candidate : own) {
+        if (plainAddress(candidate).isEqual(plainAddress(address)))
+            return true;
+    }
+    return false;
 }
 
 void Server::onServerClosed() { startWebSocketServer(); }
@@ -195,9 +338,16 @@ void Server::onNewConnection()
         return;
     // The endpoint is replaced on restart; its connections must outlive it.
     socket->setParent(this);
+    for (const QPointer<QTcpSocket> &transport : qAsConst(strangers)) {
+        if (transport && transport->peerPort() == socket->peerPort()
+            && transport->peerAddress() == socket->peerAddress()) {
+            transports.insert(socket, transport);
+            break;
+        }
+    }
 
-    socket->setMaxAllowedIncomingMessageSize(maxIncomingMessageSize);
-    socket->setMaxAllowedIncomingFrameSize(maxIncomingMessageSize);
+    socket->setMaxAllowedIncomingMessageSize(maxIncomingMessageSizeBeforeAuthentication);
+    socket->setMaxAllowedIncomingFrameSize(maxIncomingMessageSizeBeforeAuthentication);
     connections.append(socket);
     // The socket is bound here rather than looked up with sender(), which walks every
     // connection to the server on each message.
@@ -226,6 +376,7 @@ void Server::socketDisconnected()
         return;
     disconnect(socket, nullptr, this, nullptr);
     connections.removeAll(socket);
+    transports.remove(socket);
     if (pendingSocket == socket)
         pendingSocket = nullptr;
     if (clients.removeAll(socket) > 0)
@@ -306,15 +457,18 @@ void Server::sendFramed(
         out += 5 + part.data.size();
     }
     socket->sendBinaryMessage(buffer);
+    if (QTcpSocket *transport = transports.value(socket))
+        checkBacklog(transport, clients.contains(socket));
 }
 
 void Server::addHandler(MessageHandler *handler) { handlers.insert(handler->getName(), handler); }
 
 void Server::runHandler(MessageHandler *handler)
 {
-    if (connections.isEmpty())
+    // State goes only to connections that proved who they are.
+    if (clients.isEmpty())
         return;
-    const QVector<QWebSocket *> sockets = connections;
+    const QVector<QWebSocket *> sockets = clients;
     for (QWebSocket *socket : sockets)
         handler->handle(QJsonObject(), socket);
 }
@@ -347,12 +501,11 @@ void Server::dispatch(QWebSocket *socket, const QByteArray &message)
     if (document.isNull()) {
         qCWarning(lcServer) << "Cannot parse JSON" << error.errorString() << excerpt(data)
                             << excerpt(message);
+        // A proof that does not decrypt counts as a wrong one. Nothing is forgotten: what a
+        // connection sends must never cost a device its approval (the user forgets devices).
+        if (isAuthenticating(socket))
+            recordFailedProof(socket);
         closeSocket(socket);
-        // On a connection that never authenticated the id is empty, which removes the whole
-        // group: every device must pair again.
-        QSettings settings;
-        settings.beginGroup(L::auth);
-        settings.remove(socket->property(idProperty).toString());
         return;
     }
 
@@ -393,12 +546,7 @@ void Server::startAuthorization(const QString &id, QWebSocket *socket)
     sendMessage(socket, L::waitingForAuth, QJsonObject());
     QString name = socket->peerName();
     // The endpoint listens dual-stack: show an IPv4 peer as people know it, not as ::ffff:a.b.c.d.
-    QHostAddress peer = socket->peerAddress();
-    bool isIPv4 = false;
-    const quint32 ipv4 = peer.toIPv4Address(&isIPv4);
-    if (isIPv4)
-        peer = QHostAddress(ipv4);
-    const QString address = peer.toString();
+    const QString address = plainAddress(socket->peerAddress()).toString();
     if (name.isEmpty())
         name = address;
     emit needUserAuthorization(socket, id, name, address);
@@ -422,11 +570,7 @@ void Server::setAuthorization(const QString &id, bool granted)
 
 void Server::startAuthentication(const QString &id, QWebSocket *socket)
 {
-    if (pendingSocket) {
-        closeSocket(socket);
-        return;
-    }
-    pendingSocket = socket;
+    // Known devices prove their keys side by side, also while a new device waits at the prompt.
     socket->setProperty(idProperty, id);
     const QString sessionToken = makeToken();
     socket->setProperty(sessionTokenProperty, sessionToken);
@@ -434,6 +578,13 @@ void Server::startAuthentication(const QString &id, QWebSocket *socket)
     // Sent before the key is set, so it travels in plain text.
     sendMessage(socket, L::auth, QJsonObject { { L::sessionToken, sessionToken } });
     socket->setProperty(aesKeyProperty, key);
+    // A connection that never proves its key holds nothing for long.
+    QTimer::singleShot(proofTimeout, socket, [this, socket] {
+        if (isAuthenticating(socket)) {
+            qCWarning(lcServer) << "No proof in time from" << plainAddress(socket->peerAddress()).toString();
+            closeSocket(socket);
+        }
+    });
 }
 
 void Server::setAuthentication(const QString &, bool ok)
@@ -441,14 +592,66 @@ void Server::setAuthentication(const QString &, bool ok)
     if (!pendingSocket)
         return;
     QWebSocket *socket = pendingSocket;
-    if (ok) {
-        clients.append(socket);
-        sendMessage(socket, L::auth, QJsonObject { { L::value, true } });
-        emit clientCountChanged(clients.size());
-    } else {
-        closeSocket(socket);
-    }
     pendingSocket = nullptr;
+    setAuthentication(socket, ok);
+}
+
+void Server::setAuthentication(QWebSocket *socket, bool ok)
+{
+    if (!socket || clients.contains(socket))
+        return;
+    if (!ok) {
+        closeSocket(socket);
+        return;
+    }
+    clients.append(socket);
+    socket->setMaxAllowedIncomingMessageSize(maxIncomingMessageSize);
+    socket->setMaxAllowedIncomingFrameSize(maxIncomingMessageSize);
+    strangers.removeAll(transports.value(socket));
+    sendMessage(socket, L::auth, QJsonObject { { L::value, true } });
+    emit clientCountChanged(clients.size());
+}
+
+bool Server::isAuthenticating(QWebSocket *socket) const
+{
+    return socket && !clients.contains(socket)
+        && !socket->property(sessionTokenProperty).toString().isEmpty();
+}
+
+void Server::recordFailedProof(QWebSocket *socket)
+{
+    const QHostAddress address = plainAddress(socket->peerAddress());
+    const qint64 now = QDateTime::currentMSecsSinceEpoch();
+    // Bounded however many addresses try: entries whose time is up go first.
+    if (failedProofs.size() >= 4096) {
+        for (auto entry = failedProofs.begin(); entry != failedProofs.end();) {
+            if (entry->refusedUntil <= now && now - entry->since > failedProofWindow)
+                entry = failedProofs.erase(entry);
+            else
+                ++entry;
+        }
+        if (failedProofs.size() >= 4096)
+            return;
+    }
+    FailedProofs &failed = failedProofs[address];
+    if (now - failed.since > failedProofWindow) {
+        failed.count = 0;
+        failed.since = now;
+    }
+    if (++failed.count < maxFailedProofs)
+        return;
+    failed.count = 0;
+    failed.refusedUntil = now + failedProofWindow;
+    qCWarning(lcServer).noquote() << "Refusing" << address.toString() << "for"
+                                  << failedProofWindow / 1000 << "s after" << maxFailedProofs
+                                  << "failed proofs";
+}
+
+bool Server::isRefused(const QHostAddress &address) const
+{
+    const auto failed = failedProofs.constFind(plainAddress(address));
+    return failed != failedProofs.constEnd()
+        && failed->refusedUntil > QDateTime::currentMSecsSinceEpoch();
 }
 
 bool Server::isAuthorized(const QString &id) const

@@ -3,8 +3,12 @@
 #include "qaesencryption.h"
 #include "qzeroconf.h"
 
+#include <QAbstractSocket>
 #include <QByteArray>
+#include <QHash>
+#include <QHostAddress>
 #include <QJsonObject>
+#include <QPointer>
 #include <QList>
 #include <QMap>
 #include <QObject>
@@ -14,7 +18,10 @@
 #include <QVector>
 
 class MessageHandler;
+class QTcpServer;
+class QTcpSocket;
 class QWebSocket;
+class QWebSocketCorsAuthenticator;
 class QWebSocketServer;
 
 // The WebSocket endpoint that clients connect to. It remembers its port, advertises itself by
@@ -44,9 +51,21 @@ public:
     static constexpr const char *aesKeyProperty = "k";
     static constexpr const char *protocolVersionProperty = "v";
 
-    // Largest incoming message or frame accepted from a client; a bigger one closes the
-    // connection with close code 1009.
+    // Largest incoming message or frame accepted from an authenticated client; a bigger one
+    // closes the connection with close code 1009. Before it has authenticated, a connection
+    // can only send its proof, which is far smaller.
     static constexpr qint64 maxIncomingMessageSize = 1024 * 1024;
+    static constexpr qint64 maxIncomingMessageSizeBeforeAuthentication = 4 * 1024;
+    // What may wait to be sent to a connection that does not read; beyond it, it is closed.
+    static constexpr qint64 maxQueuedBytes = 16 * 1024 * 1024;
+    static constexpr qint64 maxQueuedBytesBeforeAuthentication = 64 * 1024;
+    // Connections that have not authenticated yet; the oldest is closed to make room.
+    static constexpr int maxUnauthenticatedConnections = 64;
+    // A known device must prove its key this long after it was given its session token.
+    static constexpr int proofTimeout = 10000;
+    // Failed proofs from one address within failedProofWindow before it is refused for as long.
+    static constexpr int maxFailedProofs = 10;
+    static constexpr int failedProofWindow = 60000;
 
     explicit Server(QObject *parent = nullptr);
     ~Server() override;
@@ -70,7 +89,7 @@ public:
 
     // Registers the handler under its code, replacing an earlier one.
     void addHandler(MessageHandler *handler);
-    // Asks the handler to send its current state to every accepted socket, authenticated or not.
+    // Asks the handler to send its current state to every authenticated client.
     void runHandler(MessageHandler *handler);
     void runHandler(const QString &method);
 
@@ -78,7 +97,15 @@ public:
     // The user's answer to needUserAuthorization; it applies to whichever socket is pending.
     void setAuthorization(const QString &id, bool granted);
     void startAuthentication(const QString &id, QWebSocket *socket);
+    // The outcome of the device being authorized (the pending socket).
     void setAuthentication(const QString &id, bool ok);
+    // The outcome of a known device's proof.
+    void setAuthentication(QWebSocket *socket, bool ok);
+    // A known device that was given its session token and has not proved its key yet.
+    bool isAuthenticating(QWebSocket *socket) const;
+    // A proof that failed (a wrong one, or one that did not decrypt) from socket's address.
+    void recordFailedProof(QWebSocket *socket);
+    bool isRefused(const QHostAddress &address) const;
     bool isAuthorized(const QString &id) const;
     QString getAuthorizationToken(const QString &id) const;
     void deauthorize(const QString &id);
@@ -114,6 +141,9 @@ signals:
 
 private slots:
     void onSslErrors(const QList<QSslError> &errors);
+    void onTcpConnection();
+    void onAcceptError(QAbstractSocket::SocketError error);
+    void onOriginAuthenticationRequired(QWebSocketCorsAuthenticator *authenticator);
     void onNewConnection();
     void onServerClosed();
     void onBinaryMessageReceived(const QByteArray &message);
@@ -129,6 +159,13 @@ private:
     void onNetworkWatch();
     void onApplicationStateChanged(Qt::ApplicationState state);
     void closeSocket(QWebSocket *socket);
+    // Whether a handshake's Origin is this server's own (a page it serves may connect).
+    bool isOwnOrigin(const QString &origin) const;
+    // Closes the oldest connections that have not authenticated while there are too many.
+    void makeRoomForStranger();
+    // Closes a connection whose peer lets more queue up than it may.
+    bool checkBacklog(QTcpSocket *transport, bool authenticated);
+    static void raiseDescriptorLimit();
     void sendFramed(QWebSocket *socket, const QByteArray &json, const QVector<MessagePart> &parts);
 
     QZeroConf zeroConf;
@@ -136,6 +173,19 @@ private:
     bool notAdvertisedReported = false;
     bool networkUp = false;
     QWebSocketServer *webSocketServer = nullptr;
+    // Accepts the TCP connections and hands them to webSocketServer, so that the server sees
+    // each connection's socket: what waits to be sent, and how many strangers there are.
+    QTcpServer *tcpServer = nullptr;
+    // The TCP connections that have not authenticated, oldest first.
+    QVector<QPointer<QTcpSocket>> strangers;
+    QHash<QWebSocket *, QPointer<QTcpSocket>> transports;
+    struct FailedProofs
+    {
+        int count = 0;
+        qint64 since = 0;
+        qint64 refusedUntil = 0;
+    };
+    QHash<QHostAddress, FailedProofs> failedProofs;
     QVector<QWebSocket *> connections;
     QVector<QWebSocket *> clients;
     QAESEncryption aes;

@@ -32,6 +32,7 @@ void TestJson::repeatedContainerKeys_data()
     QTest::newRow("escaped quote in key") << QByteArray(R"({"a\"":{"x":1},"a\u0022":0})") << true;
     QTest::newRow("empty key") << QByteArray(R"({"":{"x":1},"":0})") << true;
     QTest::newRow("too deep") << QByteArray(2000, '[') << true;
+    QTest::newRow("65 levels") << QByteArray(65, '[') + QByteArray(65, ']') << true;
 
     QTest::newRow("value then object") << QByteArray(R"({"a":1,"a":{"x":1}})") << false;
     QTest::newRow("plain values") << QByteArray(R"({"a":"s","a":"t"})") << false;
@@ -42,7 +43,7 @@ void TestJson::repeatedContainerKeys_data()
     QTest::newRow("key-like string values") << QByteArray(R"(["a",{"a":1},"a"])") << false;
     QTest::newRow("not JSON") << QByteArray("{\"a") << false;
     QTest::newRow("empty") << QByteArray() << false;
-    QTest::newRow("deep but allowed") << QByteArray(1000, '[') + QByteArray(1000, ']') << false;
+    QTest::newRow("deep but allowed") << QByteArray(64, '[') + QByteArray(64, ']') << false;
 }
 
 void TestJson::repeatedContainerKeys()

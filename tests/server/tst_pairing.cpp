@@ -34,7 +34,7 @@ private slots:
     void upperCaseProofRefused();
     void wrongProofRefused();
     void secondDeviceClosedWhilePending();
-    void secondKnownDeviceClosedWhilePending();
+    void knownDeviceAuthenticatesWhileANewOneWaits();
     void approvalAfterDisconnectStoresNothing();
     void deauthorizeAllClosesEverything();
     void answerGoesToWhicheverSocketIsPending();
@@ -180,12 +180,12 @@ void TestPairing::wrongProofRefused()
     ProtocolClient phone(QStringLiteral("phone"));
     phone.setToken(QStringLiteral("another-token"));
     phone.open(listeningPort(server));
-    // The proof made with the wrong token does not even decrypt: the connection is dropped and
-    // the device must pair again.
+    // The proof made with the wrong token does not even decrypt: the connection is dropped,
+    // and the approval stays (a stranger must not be able to unpair a device).
     QTRY_VERIFY(phone.isClosed());
     QCOMPARE(phone.closeCode(), 1000);
     QVERIFY(!phone.isAuthenticated());
-    QVERIFY(!server->isAuthorized(QStringLiteral("phone")));
+    QCOMPARE(storedToken(QStringLiteral("phone")), QStringLiteral("the-token"));
 }
 
 void TestPairing::secondDeviceClosedWhilePending()
@@ -210,23 +210,31 @@ void TestPairing::secondDeviceClosedWhilePending()
     QCOMPARE(prompts.at(1).at(1).toString(), QStringLiteral("device-b"));
 }
 
-void TestPairing::secondKnownDeviceClosedWhilePending()
+void TestPairing::knownDeviceAuthenticatesWhileANewOneWaits()
 {
     Pairing::authorize(QStringLiteral("known"), QStringLiteral("tok"));
     ProtocolClient a(QStringLiteral("device-a"));
     a.open(listeningPort(server));
     QTRY_COMPARE(a.frames.size(), 1);
+    // Only prompts come one at a time: a paired device gets in while A waits for the user.
     ProtocolClient known(QStringLiteral("known"));
     known.setToken(QStringLiteral("tok"));
-    known.open(listeningPort(server));
-    QTRY_VERIFY(known.isClosed());
-    QCOMPARE(known.closeCode(), 1000);
-    QVERIFY(known.frames.isEmpty());
-    // Once A leaves, the known device gets in.
-    a.close();
-    QTRY_VERIFY(!server->getPendingSocket());
-    ProtocolClient known2(QStringLiteral("known"));
-    QVERIFY(Pairing::connectAuthenticated(known2, listeningPort(server)));
+    QVERIFY(Pairing::connectAuthenticated(known, listeningPort(server)));
+    QCOMPARE(server->getPendingSocket() != nullptr, true);
+    QVERIFY(!a.isClosed());
+    // A second known device too, while the first has not proved its key yet.
+    Pairing::authorize(QStringLiteral("other"), QStringLiteral("tok2"));
+    ProtocolClient slow(QStringLiteral("other"));
+    slow.setToken(QStringLiteral("tok2"));
+    slow.setAutoProve(false);
+    slow.open(listeningPort(server));
+    QTRY_VERIFY(!slow.sessionToken().isEmpty());
+    ProtocolClient fast(QStringLiteral("other"));
+    fast.setToken(QStringLiteral("tok2"));
+    QVERIFY(Pairing::connectAuthenticated(fast, listeningPort(server)));
+    slow.prove();
+    QTRY_VERIFY(slow.isAuthenticated());
+    QCOMPARE(server->getClients().size(), 3);
 }
 
 void TestPairing::approvalAfterDisconnectStoresNothing()
