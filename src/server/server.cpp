@@ -1,6 +1,7 @@
 #include "server.h"
 
 #include "constants.h"
+#include "framegate.h"
 #include "json.h"
 #include "l.h"
 #include "messagehandler.h"
@@ -8,11 +9,11 @@
 #include "serverlogging.h"
 
 #include <QCryptographicHash>
+#include <QDateTime>
 #include <QGuiApplication>
 #include <QHostInfo>
 #include <QJsonDocument>
 #include <QNetworkInterface>
-#include <QDateTime>
 #include <QSettings>
 #include <QTcpServer>
 #include <QTcpSocket>
@@ -202,7 +203,8 @@ void Server::startWebSocketServer()
         // piece would wait for the client's delayed acknowledgement (40 ms). Connections
         // accepted from the listening socket inherit this; QWebSocket has no option for it.
         const int on = 1;
-        if (::setsockopt(int(tcpServer->socketDescriptor()), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on)
+        if (::setsockopt(
+                int(tcpServer->socketDescriptor()), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on)
             != 0)
             qCWarning(lcServer) << "Cannot set TCP_NODELAY" << strerror(errno);
         connect(tcpServer, &QTcpServer::newConnection, this, &Server::onTcpConnection);
@@ -236,13 +238,15 @@ void Server::onTcpConnection()
         }
         makeRoomForStranger();
         strangers.append(transport);
+        // Reads before the WebSocket layer does, and lets it see whole frames only.
+        auto *gate = new FrameGate(transport);
+        gate->setFrameLimit(maxIncomingMessageSizeBeforeAuthentication);
         // Connected before the WebSocket layer connects its own: each time the peer sends
         // something, first see whether it reads what it is sent.
         connect(transport, &QTcpSocket::readyRead, this, [this, transport] {
             const auto socket = std::find_if(transports.cbegin(), transports.cend(),
                 [transport](const QPointer<QTcpSocket> &t) { return t == transport; });
-            checkBacklog(
-                transport, socket != transports.cend() && clients.contains(socket.key()));
+            checkBacklog(transport, socket != transports.cend() && clients.contains(socket.key()));
         });
         webSocketServer->handleConnection(transport);
     }
@@ -284,9 +288,8 @@ bool Server::checkBacklog(QTcpSocket *transport, bool authenticated)
     const qint64 limit = authenticated ? maxQueuedBytes : maxQueuedBytesBeforeAuthentication;
     if (transport->bytesToWrite() <= limit)
         return true;
-    qCWarning(lcServer) << "Closing a connection that does not read:"
-                        << transport->bytesToWrite() << "bytes wait for"
-                        << plainAddress(transport->peerAddress()).toString();
+    qCWarning(lcServer) << "Closing a connection that does not read:" << transport->bytesToWrite()
+                        << "bytes wait for" << plainAddress(transport->peerAddress()).toString();
     transport->abort();
     return false;
 }
@@ -342,6 +345,8 @@ void Server::onNewConnection()
         if (transport && transport->peerPort() == socket->peerPort()
             && transport->peerAddress() == socket->peerAddress()) {
             transports.insert(socket, transport);
+            if (auto *gate = transport->findChild<FrameGate *>())
+                gate->handshakeTaken();
             break;
         }
     }
@@ -581,7 +586,8 @@ void Server::startAuthentication(const QString &id, QWebSocket *socket)
     // A connection that never proves its key holds nothing for long.
     QTimer::singleShot(proofTimeout, socket, [this, socket] {
         if (isAuthenticating(socket)) {
-            qCWarning(lcServer) << "No proof in time from" << plainAddress(socket->peerAddress()).toString();
+            qCWarning(lcServer) << "No proof in time from"
+                                << plainAddress(socket->peerAddress()).toString();
             closeSocket(socket);
         }
     });
@@ -607,7 +613,11 @@ void Server::setAuthentication(QWebSocket *socket, bool ok)
     clients.append(socket);
     socket->setMaxAllowedIncomingMessageSize(maxIncomingMessageSize);
     socket->setMaxAllowedIncomingFrameSize(maxIncomingMessageSize);
-    strangers.removeAll(transports.value(socket));
+    if (QTcpSocket *transport = transports.value(socket)) {
+        strangers.removeAll(transport);
+        if (auto *gate = transport->findChild<FrameGate *>())
+            gate->setFrameLimit(maxIncomingMessageSize);
+    }
     sendMessage(socket, L::auth, QJsonObject { { L::value, true } });
     emit clientCountChanged(clients.size());
 }

@@ -8,10 +8,10 @@
 #include <QHash>
 #include <QHostAddress>
 #include <QJsonObject>
-#include <QPointer>
 #include <QList>
 #include <QMap>
 #include <QObject>
+#include <QPointer>
 #include <QSslError>
 #include <QString>
 #include <QStringList>

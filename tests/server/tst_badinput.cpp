@@ -96,15 +96,14 @@ void TestBadInput::encryptedBodies_data()
         << QByteArray("{\"_\":\"zz\"}     \xc8", 16) << 2 << int(ClosedAndKept);
     QTest::newRow("padding longer than the text")
         << QByteArray("{\"_\":\"zz\"}     \x7f", 16) << 2 << int(ClosedAndKept);
-    QTest::newRow("invalid UTF-8")
-        << QByteArray("{\"_\":\"\xff\xfe\"}") << 1 << int(ClosedAndKept);
+    QTest::newRow("invalid UTF-8") << QByteArray("{\"_\":\"\xff\xfe\"}") << 1 << int(ClosedAndKept);
     QTest::newRow("deeply nested JSON") << QByteArray(100000, '[') << 1 << int(ClosedAndKept);
     QTest::newRow("nested but within limits")
-        << QByteArray("{\"_\":\"zz\",\"x\":") + QByteArray(63, '[') + QByteArray(63, ']') + "}"
-        << 1 << int(Unhandled);
+        << QByteArray("{\"_\":\"zz\",\"x\":") + QByteArray(63, '[') + QByteArray(63, ']') + "}" << 1
+        << int(Unhandled);
     QTest::newRow("nested more than 64 deep")
-        << QByteArray("{\"_\":\"zz\",\"x\":") + QByteArray(64, '[') + QByteArray(64, ']') + "}"
-        << 1 << int(ClosedAndKept);
+        << QByteArray("{\"_\":\"zz\",\"x\":") + QByteArray(64, '[') + QByteArray(64, ']') + "}" << 1
+        << int(ClosedAndKept);
     QTest::newRow("JSON array") << QByteArray("[1,2,3]") << 1 << int(Unhandled);
     QTest::newRow("code not a string") << QByteArray("{\"_\":[\"ia\"]}") << 1 << int(Unhandled);
     // Qt's parser would keep the first value of a repeated key for good: refused instead.

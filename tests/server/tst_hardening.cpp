@@ -21,36 +21,40 @@
 
 namespace {
 
-// One client-to-server WebSocket frame, masked as clients must mask them.
-QByteArray clientFrame(quint8 opcode, const QByteArray &payload)
+// One client-to-server WebSocket frame, masked as clients must mask them (unless told not to).
+QByteArray clientFrame(quint8 opcode, const QByteArray &payload, bool masked = true)
 {
     QByteArray frame;
     frame.append(char(0x80 | opcode));
     const qint64 size = payload.size();
+    const char maskBit = masked ? char(0x80) : char(0);
     if (size < 126) {
-        frame.append(char(0x80 | size));
+        frame.append(char(maskBit | size));
     } else if (size < 65536) {
-        frame.append(char(0x80 | 126));
+        frame.append(char(maskBit | 126));
         char length[2];
         qToBigEndian<quint16>(quint16(size), length);
         frame.append(length, 2);
     } else {
-        frame.append(char(0x80 | 127));
+        frame.append(char(maskBit | 127));
         char length[8];
         qToBigEndian<quint64>(quint64(size), length);
         frame.append(length, 8);
     }
+    if (!masked)
+        return frame + payload;
     const char mask[4] = { 0x12, 0x34, 0x56, 0x78 };
     frame.append(mask, 4);
-    QByteArray masked = payload;
-    for (int i = 0; i < masked.size(); ++i)
-        masked[i] = char(masked.at(i) ^ mask[i % 4]);
-    return frame + masked;
+    QByteArray body = payload;
+    for (int i = 0; i < body.size(); ++i)
+        body[i] = char(body.at(i) ^ mask[i % 4]);
+    return frame + body;
 }
 
 QByteArray handshake(quint16 port, const QByteArray &query, const QByteArray &origin = QByteArray())
 {
-    QByteArray request = "GET /?" + query + " HTTP/1.1\r\nHost: 127.0.0.1:" + QByteArray::number(port)
+    QByteArray request = "GET /?" + query
+        + " HTTP/1.1\r\nHost: 127.0.0.1:" + QByteArray::number(port)
         + "\r\nUpgrade: websocket\r\nConnection: Upgrade\r\n"
           "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\nSec-WebSocket-Version: 13\r\n";
     if (!origin.isNull())
@@ -68,7 +72,9 @@ QByteArray statusLine(QTcpSocket &socket)
 
 int openDescriptors()
 {
-    return QDir(QStringLiteral("/proc/self/fd")).entryList(QDir::NoDotAndDotDot | QDir::System).size();
+    return QDir(QStringLiteral("/proc/self/fd"))
+        .entryList(QDir::NoDotAndDotDot | QDir::System)
+        .size();
 }
 
 qint64 residentKiB(qint64 pid)
@@ -114,7 +120,8 @@ public:
         settings.setValue(QStringLiteral("au/phone"), QStringLiteral("phone-token"));
         settings.sync();
         process.setProcessEnvironment(environment);
-        const QStringList command = wrapper + QStringList { QStringLiteral(VELM_SERVER_EXECUTABLE) };
+        const QStringList command
+            = wrapper + QStringList { QStringLiteral(VELM_SERVER_EXECUTABLE) };
         process.start(command.first(), command.mid(1));
     }
     ~Program()
@@ -163,6 +170,9 @@ private slots:
     void silentConnectionIsClosedAndBlocksNobody();
     void tooManyStrangersCloseTheOldest();
     void bigMessagesBeforeAuthenticationAreRefusedEarly();
+    void unmaskedFramesCloseTheConnection();
+    void framesInPiecesAndBehindTheHandshake();
+    void oversizedHandshakeIsRefused();
     void pingFloodFromAPeerThatDoesNotRead();
     void bigBodiesBeforeAuthenticationCostLittle();
     void outOfDescriptors();
@@ -174,6 +184,7 @@ private:
     void authorizeMany(int n);
 
     Server *server = nullptr;
+    RecordingHandler *volumeHandler = nullptr;
 };
 
 void TestHardening::initTestCase() { TestEnvironment::setUp(); }
@@ -183,7 +194,7 @@ void TestHardening::init()
     TestEnvironment::clearSettings();
     server = new Server;
     new AuthenticationHandler(server, L::auth);
-    new RecordingHandler(server, L::volume);
+    volumeHandler = new RecordingHandler(server, L::volume);
     Pairing::authorize(QStringLiteral("phone"), QStringLiteral("phone-token"));
 }
 
@@ -264,7 +275,8 @@ void TestHardening::failedProofsAreLimited()
         wrong.open(port());
         QTRY_VERIFY(wrong.isClosed());
     }
-    QTRY_COMPARE(log.count(QStringLiteral("Refusing 127.0.0.1 for 60 s after 10 failed proofs")), 1);
+    QTRY_COMPARE(
+        log.count(QStringLiteral("Refusing 127.0.0.1 for 60 s after 10 failed proofs")), 1);
     QVERIFY(server->isRefused(QHostAddress::LocalHost));
     // Now even the right proof is not heard from that address, for a while.
     for (int i = 0; i < 3; ++i) {
@@ -339,7 +351,8 @@ void TestHardening::silentConnectionIsClosedAndBlocksNobody()
     QVERIFY(Pairing::connectAuthenticated(tablet, port()));
     QVERIFY(!silent.isClosed());
     QTRY_VERIFY_WITH_TIMEOUT(silent.isClosed(), Server::proofTimeout + 3000);
-    QVERIFY2(since.elapsed() >= Server::proofTimeout - 500, qPrintable(QString::number(since.elapsed())));
+    QVERIFY2(since.elapsed() >= Server::proofTimeout - 500,
+        qPrintable(QString::number(since.elapsed())));
     QCOMPARE(log.count(QStringLiteral("No proof in time from")), 1);
     // The others are untouched, and the device may try again.
     QVERIFY(!tablet.isClosed());
@@ -385,10 +398,60 @@ void TestHardening::bigMessagesBeforeAuthenticationAreRefusedEarly()
     // After it, 1 MiB.
     ProtocolClient phone(QStringLiteral("phone"));
     QVERIFY(Pairing::connectAuthenticated(phone, port()));
-    phone.send(QJsonObject { { L::method, L::volume },
-        { QStringLiteral("x"), QString(300 * 1024, QLatin1Char('a')) } });
+    phone.send(QJsonObject {
+        { L::method, L::volume }, { QStringLiteral("x"), QString(300 * 1024, QLatin1Char('a')) } });
     QTRY_COMPARE(phone.framesWith(L::volume).size(), 1);
     QVERIFY(!phone.isClosed());
+}
+
+void TestHardening::unmaskedFramesCloseTheConnection()
+{
+    LogCapture log;
+    QSignalSpy prompts(server, &Server::needUserAuthorization);
+    QTcpSocket raw;
+    raw.connectToHost(QHostAddress::LocalHost, port());
+    QVERIFY(raw.waitForConnected(5000));
+    raw.write(handshake(port(), "i=stranger&v=1"));
+    QCOMPARE(statusLine(raw), QByteArray("HTTP/1.1 101 Switching Protocols"));
+    raw.write(clientFrame(2, "{\"_\":\"au\",\"h\":\"00\"}", false));
+    QTRY_COMPARE(raw.state(), QAbstractSocket::UnconnectedState);
+    QCOMPARE(log.count(QStringLiteral("Closing a connection that sent an unmasked frame")), 1);
+    QCOMPARE(server->getClients().size(), 0);
+    // The handshake was fine: the device had been put before the user, and is gone again.
+    QCOMPARE(prompts.size(), 1);
+    QTRY_VERIFY(!server->getPendingSocket());
+}
+
+void TestHardening::framesInPiecesAndBehindTheHandshake()
+{
+    // Frames that arrive with the handshake, and a frame that arrives a byte at a time, are
+    // taken as whole frames.
+    QTcpSocket raw;
+    raw.connectToHost(QHostAddress::LocalHost, port());
+    QVERIFY(raw.waitForConnected(5000));
+    raw.write(handshake(port(), "i=newcomer&v=1") + clientFrame(2, "{\"_\":\"v\"}"));
+    QTRY_COMPARE(server->getConnections().size(), 1);
+    // Not authenticated: "v" is refused, but it was read as a message.
+    LogCapture log;
+    const QByteArray frame = clientFrame(2, "{\"_\":\"v\",\"x\":1}");
+    for (char byte : frame) {
+        raw.write(&byte, 1);
+        raw.flush();
+        QTest::qWait(2);
+    }
+    QTRY_COMPARE(log.count(QStringLiteral("Permission denied")), 1);
+    QVERIFY(volumeHandler->calls.isEmpty());
+    QCOMPARE(raw.state(), QAbstractSocket::ConnectedState);
+}
+
+void TestHardening::oversizedHandshakeIsRefused()
+{
+    QTcpSocket raw;
+    raw.connectToHost(QHostAddress::LocalHost, port());
+    QVERIFY(raw.waitForConnected(5000));
+    raw.write("GET /?i=x&v=1 HTTP/1.1\r\nX-Padding: " + QByteArray(9000, 'a'));
+    QTRY_COMPARE(raw.state(), QAbstractSocket::UnconnectedState);
+    QVERIFY(server->getConnections().isEmpty());
 }
 
 void TestHardening::pingFloodFromAPeerThatDoesNotRead()
@@ -435,8 +498,8 @@ void TestHardening::bigBodiesBeforeAuthenticationCostLittle()
     for (int i = 0; i < 20; ++i) {
         auto *sender = new QTcpSocket(this);
         sender->connectToHost(QHostAddress::LocalHost, port);
-        sender->write(handshake(port, "i=big" + QByteArray::number(i) + "&v=1")
-            + clientFrame(2, body));
+        sender->write(
+            handshake(port, "i=big" + QByteArray::number(i) + "&v=1") + clientFrame(2, body));
         senders << sender;
     }
     for (QTcpSocket *sender : qAsConst(senders))

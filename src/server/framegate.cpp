@@ -1,0 +1,109 @@
+#include "framegate.h"
+
+#include "serverlogging.h"
+
+#include <QTcpSocket>
+#include <QtEndian>
+
+FrameGate::FrameGate(QTcpSocket *socket)
+    : QObject(socket)
+    , socket(socket)
+{
+    connect(socket, &QTcpSocket::readyRead, this, &FrameGate::onReadyRead);
+}
+
+void FrameGate::onReadyRead()
+{
+    // What the gate put back itself, re-announced; or nothing left to watch.
+    if (delivering || state == Refused || state == PassThrough)
+        return;
+    held += socket->readAll();
+    release();
+}
+
+bool FrameGate::release()
+{
+    qint64 ready = 0;
+    while (state != WaitingForUpgrade && state != PassThrough) {
+        const qint64 unit = wholeUnit(ready);
+        if (unit < 0) {
+            state = Refused;
+            held.clear();
+            socket->abort();
+            return false;
+        }
+        if (unit == 0)
+            break;
+        ready += unit;
+        if (state == Handshake)
+            state = WaitingForUpgrade;
+    }
+    if (state == PassThrough)
+        ready = held.size();
+    if (ready == 0)
+        return true;
+    // Put back at the front of the socket's buffer, where the WebSocket layer reads.
+    for (qint64 i = ready - 1; i >= 0; --i)
+        socket->ungetChar(held.at(int(i)));
+    held.remove(0, int(ready));
+    return true;
+}
+
+qint64 FrameGate::wholeUnit(qint64 offset)
+{
+    const qint64 size = held.size() - offset;
+    if (state == Handshake) {
+        const int end = held.indexOf("\r\n\r\n", int(offset));
+        const qint64 length = end < 0 ? size : end + 4 - offset;
+        if (length > maxHandshakeSize) {
+            qCWarning(lcServer) << "Refused a handshake of more than" << maxHandshakeSize
+                                << "bytes";
+            return -1;
+        }
+        return end < 0 ? 0 : length;
+    }
+    if (size < 2)
+        return 0;
+    const auto *bytes = reinterpret_cast<const uchar *>(held.constData() + offset);
+    if (!(bytes[1] & 0x80)) {
+        qCWarning(lcServer) << "Closing a connection that sent an unmasked frame";
+        return -1;
+    }
+    qint64 length = bytes[1] & 0x7f;
+    qint64 header = 2;
+    if (length == 126) {
+        header = 4;
+        if (size < header)
+            return 0;
+        length = qFromBigEndian<quint16>(bytes + 2);
+    } else if (length == 127) {
+        header = 10;
+        if (size < header)
+            return 0;
+        const quint64 declared = qFromBigEndian<quint64>(bytes + 2);
+        length = declared > (quint64(1) << 62) ? qint64(1) << 62 : qint64(declared);
+    }
+    header += 4; // the masking key
+    // Too long to collect: from here on everything goes through, and the WebSocket layer
+    // refuses the frame from its header.
+    if (frameLimit > 0 && length > frameLimit) {
+        state = PassThrough;
+        return 0;
+    }
+    if (size < header + length)
+        return 0;
+    return header + length;
+}
+
+void FrameGate::handshakeTaken()
+{
+    if (state != WaitingForUpgrade)
+        return;
+    state = Frames;
+    if (held.isEmpty() || !release() || socket->bytesAvailable() == 0)
+        return;
+    // Frames that came right behind the handshake: nothing more may arrive to announce them.
+    delivering = true;
+    emit socket->readyRead();
+    delivering = false;
+}

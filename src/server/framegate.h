@@ -1,0 +1,45 @@
+#pragma once
+
+#include <QByteArray>
+#include <QObject>
+
+class QTcpSocket;
+
+// Stands between a client's TCP connection and the WebSocket layer, which reads only what the
+// gate lets through: the handshake once it is whole, then whole frames. It closes the
+// connection when a client sends an unmasked frame (RFC 6455 requires clients to mask every
+// frame; the WebSocket layer would take it) or a handshake longer than any client needs. Since
+// the layer only ever sees whole units, it never waits in the middle of one.
+//
+// It must be made before the WebSocket layer connects to the socket, so that it reads first.
+class FrameGate : public QObject
+{
+    Q_OBJECT
+public:
+    static constexpr int maxHandshakeSize = 8 * 1024;
+
+    explicit FrameGate(QTcpSocket *socket);
+
+    // Frames longer than this are let through from their header on, for the WebSocket layer
+    // to refuse; they are never collected here.
+    void setFrameLimit(qint64 limit) { frameLimit = limit; }
+    // Once the handshake has been taken, the frames that came with it are handed on.
+    void handshakeTaken();
+
+    bool refused() const { return state == Refused; }
+
+private:
+    void onReadyRead();
+    // Hands on every whole unit that `held` starts with; false when the connection was closed.
+    bool release();
+    // The length of the whole unit at `offset` in `held`; 0 when it is not whole yet, -1 when
+    // the connection must be closed.
+    qint64 wholeUnit(qint64 offset);
+
+    enum State { Handshake, WaitingForUpgrade, Frames, PassThrough, Refused };
+    QTcpSocket *socket;
+    QByteArray held;
+    qint64 frameLimit = 0;
+    State state = Handshake;
+    bool delivering = false;
+};
