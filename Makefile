@@ -5,6 +5,7 @@
 WERROR ?= $(if $(CI),ON,OFF)
 JOBS ?= $(shell nproc)
 FUZZ_SECONDS ?= 20
+FUZZ_RUNS ?= 0
 DEV := build/dev
 ASAN := build/asan
 RELEASE := build/release
@@ -13,7 +14,7 @@ FUZZ := build/fuzz
 HEADLESS := $(if $(DISPLAY)$(WAYLAND_DISPLAY),,QT_QPA_PLATFORM=offscreen)
 
 .PHONY: all deps build build-asan test test-dev test-asan run install translations screenshots \
-	bench fuzz format clean
+	bench fuzz fuzz-long format clean
 PREFIX ?= /usr/local
 
 all: build
@@ -75,9 +76,13 @@ fuzz:
 	@scripts/deps --fuzz
 	CC=clang CXX=clang++ cmake -S . -B $(FUZZ) -G Ninja -DCMAKE_BUILD_TYPE=Debug \
 		-DVELM_BUILD_FUZZ=ON -DVELM_BUILD_TESTS=OFF -DVELM_BUILD_BENCH=OFF \
-		-DVELM_FUZZ_SECONDS=$(FUZZ_SECONDS)
+		-DVELM_FUZZ_SECONDS=$(FUZZ_SECONDS) -DVELM_FUZZ_RUNS=$(FUZZ_RUNS)
 	cmake --build $(FUZZ) -j $(JOBS)
 	cd $(FUZZ) && ctest --output-on-failure
+
+# Ten million inputs for each fuzzer, from the checked-in corpus (hours; not part of CI).
+fuzz-long:
+	$(MAKE) fuzz FUZZ_RUNS=10000000
 
 format:
 	git ls-files "*.cpp" "*.h" | xargs clang-format -i

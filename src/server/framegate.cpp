@@ -3,7 +3,12 @@
 #include "serverlogging.h"
 
 #include <QTcpSocket>
+#include <QTimer>
 #include <QtEndian>
+
+namespace {
+constexpr int closeGrace = 1000;
+}
 
 FrameGate::FrameGate(QTcpSocket *socket)
     : QObject(socket)
@@ -14,9 +19,14 @@ FrameGate::FrameGate(QTcpSocket *socket)
 
 void FrameGate::onReadyRead()
 {
-    // What the gate put back itself, re-announced; or nothing left to watch.
-    if (delivering || state == Refused || state == PassThrough)
+    // What the gate put back itself, re-announced.
+    if (delivering || state == Refused)
         return;
+    // The rest of a frame that was refused from its header is read for nobody.
+    if (state == Refused || state == Discarding) {
+        socket->skip(socket->bytesAvailable());
+        return;
+    }
     held += socket->readAll();
     release();
 }
@@ -24,7 +34,7 @@ void FrameGate::onReadyRead()
 bool FrameGate::release()
 {
     qint64 ready = 0;
-    while (state != WaitingForUpgrade && state != PassThrough) {
+    while (state != WaitingForUpgrade && state != Discarding) {
         const qint64 unit = wholeUnit(ready);
         if (unit < 0) {
             state = Refused;
@@ -38,8 +48,15 @@ bool FrameGate::release()
         if (state == Handshake)
             state = WaitingForUpgrade;
     }
-    if (state == PassThrough)
-        ready = held.size();
+    if (state == Discarding) {
+        // Only the header of the frame that is too long goes on, for the WebSocket layer to
+        // refuse it (close code 1009); its body is never collected or looked at.
+        ready += oversizedHeader;
+        held.truncate(int(ready));
+        // A peer busy sending the body may never answer that layer's close frame: the
+        // connection ends a moment later all the same.
+        QTimer::singleShot(closeGrace, socket, [socket = socket] { socket->disconnectFromHost(); });
+    }
     if (ready == 0)
         return true;
     // Put back at the front of the socket's buffer, where the WebSocket layer reads.
@@ -84,10 +101,11 @@ qint64 FrameGate::wholeUnit(qint64 offset)
         length = declared > (quint64(1) << 62) ? qint64(1) << 62 : qint64(declared);
     }
     header += 4; // the masking key
-    // Too long to collect: from here on everything goes through, and the WebSocket layer
-    // refuses the frame from its header.
     if (frameLimit > 0 && length > frameLimit) {
-        state = PassThrough;
+        if (size < header)
+            return 0;
+        state = Discarding;
+        oversizedHeader = header;
         return 0;
     }
     if (size < header + length)

@@ -20,8 +20,8 @@ public:
 
     explicit FrameGate(QTcpSocket *socket);
 
-    // Frames longer than this are let through from their header on, for the WebSocket layer
-    // to refuse; they are never collected here.
+    // Of a frame longer than this only the header is let through, for the WebSocket layer to
+    // refuse; its body is never collected.
     void setFrameLimit(qint64 limit) { frameLimit = limit; }
     // Once the handshake has been taken, the frames that came with it are handed on.
     void handshakeTaken();
@@ -36,10 +36,11 @@ private:
     // the connection must be closed.
     qint64 wholeUnit(qint64 offset);
 
-    enum State { Handshake, WaitingForUpgrade, Frames, PassThrough, Refused };
+    enum State { Handshake, WaitingForUpgrade, Frames, Discarding, Refused };
     QTcpSocket *socket;
     QByteArray held;
     qint64 frameLimit = 0;
     State state = Handshake;
     bool delivering = false;
+    qint64 oversizedHeader = 0;
 };

@@ -38,6 +38,8 @@ namespace {
 
 constexpr int networkWatchInterval = 5000;
 constexpr int listenRetryDelay = 100;
+// Set on a connection's TCP socket once it has authenticated.
+constexpr const char *authenticatedProperty = "authenticated";
 // Out of descriptors: accepting again at once would fail again at once.
 constexpr int acceptPause = 1000;
 constexpr int handshakeTimeout = 10000;
@@ -244,9 +246,7 @@ void Server::onTcpConnection()
         // Connected before the WebSocket layer connects its own: each time the peer sends
         // something, first see whether it reads what it is sent.
         connect(transport, &QTcpSocket::readyRead, this, [this, transport] {
-            const auto socket = std::find_if(transports.cbegin(), transports.cend(),
-                [transport](const QPointer<QTcpSocket> &t) { return t == transport; });
-            checkBacklog(transport, socket != transports.cend() && clients.contains(socket.key()));
+            checkBacklog(transport, transport->property(authenticatedProperty).toBool());
         });
         webSocketServer->handleConnection(transport);
     }
@@ -463,7 +463,7 @@ void Server::sendFramed(
     }
     socket->sendBinaryMessage(buffer);
     if (QTcpSocket *transport = transports.value(socket))
-        checkBacklog(transport, clients.contains(socket));
+        checkBacklog(transport, transport->property(authenticatedProperty).toBool());
 }
 
 void Server::addHandler(MessageHandler *handler) { handlers.insert(handler->getName(), handler); }
@@ -614,6 +614,7 @@ void Server::setAuthentication(QWebSocket *socket, bool ok)
     socket->setMaxAllowedIncomingMessageSize(maxIncomingMessageSize);
     socket->setMaxAllowedIncomingFrameSize(maxIncomingMessageSize);
     if (QTcpSocket *transport = transports.value(socket)) {
+        transport->setProperty(authenticatedProperty, true);
         strangers.removeAll(transport);
         if (auto *gate = transport->findChild<FrameGate *>())
             gate->setFrameLimit(maxIncomingMessageSize);
