@@ -1,6 +1,8 @@
 #include "filehandlers.h"
 
 #include "app.h"
+#include "fileservices.h"
+#include "filework.h"
 #include "handlerutils.h"
 #include "l.h"
 #include "platform.h"
@@ -16,6 +18,7 @@
 #include <algorithm>
 #include <cstring>
 #include <dirent.h>
+#include <memory>
 #include <optional>
 #include <string_view>
 #include <sys/stat.h>
@@ -219,17 +222,24 @@ void DirectoryListingHandler::handle(const QJsonObject &message, QWebSocket *soc
     QString path = message.value(L::path).toString();
     if (path.isEmpty())
         path = QStandardPaths::writableLocation(QStandardPaths::HomeLocation);
-    // {"_":code,"files":[...],"n":name,"p":path}: the keys in QJsonDocument's order.
-    QByteArray json = "{\"" + L::method.toUtf8() + "\":";
-    appendJsonString(json, name);
-    json += ",\"" + L::files.toUtf8() + "\":";
-    json += listDirectory(path);
-    json += ",\"" + L::name.toUtf8() + "\":";
-    appendJsonString(json, QDir(path).dirName());
-    json += ",\"" + L::path.toUtf8() + "\":";
-    appendJsonString(json, path);
-    json += '}';
-    server->sendJson(socket, json);
+    auto files = std::make_shared<QByteArray>();
+    FileWork::of(server)->run(
+        this, socket, name + QLatin1Char(' ') + path,
+        [path, files] { *files = listDirectory(path); },
+        [this, socket, path, files](bool done) {
+            // {"_":code,"files":[...],"n":name,"p":path}: the keys in QJsonDocument's order.
+            QByteArray json = "{\"" + L::method.toUtf8() + "\":";
+            appendJsonString(json, name);
+            json += ",\"" + L::files.toUtf8() + "\":";
+            // A folder that did not answer in time reads as one that cannot be read.
+            json += done ? *files : QByteArrayLiteral("[]");
+            json += ",\"" + L::name.toUtf8() + "\":";
+            appendJsonString(json, QDir(path).dirName());
+            json += ",\"" + L::path.toUtf8() + "\":";
+            appendJsonString(json, path);
+            json += '}';
+            server->sendJson(socket, json);
+        });
 }
 
 void FileIconHandler::handle(const QJsonObject &message, QWebSocket *socket)
@@ -237,17 +247,32 @@ void FileIconHandler::handle(const QJsonObject &message, QWebSocket *socket)
     const int size = message.value(L::size).toInt();
     if (size < 16)
         return;
-    QJsonObject reply { { L::method, name }, { L::size, size } };
-    QPixmap icon;
     const QString path = message.value(L::path).toString();
-    if (!path.isEmpty()) {
-        icon = HandlerUtils::platform()->iconForFile(path, size);
-        reply.insert(L::path, path);
-    } else {
+    if (path.isEmpty()) {
+        // A type names no file: nothing to wait for.
         const QString type = message.value(L::type).toString();
-        icon = HandlerUtils::platform()->iconForFileType(type, size);
-        reply.insert(L::type, type);
+        answer(socket, QJsonObject { { L::method, name }, { L::size, size }, { L::type, type } },
+            HandlerUtils::platform()->iconForFileType(type, size));
+        return;
     }
+    auto type = std::make_shared<QString>();
+    FileWork::of(server)->run(
+        this, socket, name + QLatin1Char(' ') + path,
+        [files = HandlerUtils::platform()->fileServices(), path, type] {
+            *type = files->typeOfFile(path);
+        },
+        [this, socket, path, size, type](bool done) {
+            // Without its type in time, a file has no icon to show.
+            if (!done)
+                return;
+            answer(socket,
+                QJsonObject { { L::method, name }, { L::size, size }, { L::path, path } },
+                HandlerUtils::platform()->iconForFileType(*type, size));
+        });
+}
+
+void FileIconHandler::answer(QWebSocket *socket, const QJsonObject &reply, const QPixmap &icon)
+{
     if (icon.isNull())
         return;
     server->sendMessage(
@@ -261,24 +286,58 @@ void FilePreviewHandler::handle(const QJsonObject &message, QWebSocket *socket)
         return;
     const int width = message.value(L::width).toInt();
     const int height = message.value(L::height).toInt();
-    const QPixmap preview = HandlerUtils::platform()->previewForFile(path, width, height);
-    const QJsonObject reply { { L::method, name }, { L::path, path }, { L::width, width },
-        { L::height, height } };
-    server->sendMessage(
-        socket, reply, Server::MessagePart { Server::Png, HandlerUtils::toPng(preview) });
+    auto png = std::make_shared<QByteArray>();
+    FileWork::of(server)->run(
+        this, socket, name + QLatin1Char(' ') + path,
+        [files = HandlerUtils::platform()->fileServices(), path, width, height, png] {
+            // Encoded here too: a large preview takes a while to compress.
+            *png = HandlerUtils::toPng(files->previewForFile(path, width, height));
+        },
+        [this, socket, path, width, height, png](bool done) {
+            const QJsonObject reply { { L::method, name }, { L::path, path }, { L::width, width },
+                { L::height, height } };
+            // Late or not, an empty attachment says "no preview".
+            server->sendMessage(
+                socket, reply, Server::MessagePart { Server::Png, done ? *png : QByteArray() });
+        });
 }
 
 void FileAppsHandler::handle(const QJsonObject &message, QWebSocket *socket)
 {
     const QString path = message.value(L::path).toString();
-    QJsonArray apps;
-    for (App *app : HandlerUtils::platform()->appsForFile(path))
-        apps.append(QJsonObject { { L::id, app->id } });
-    server->sendMessage(socket, name, QJsonObject { { L::path, path }, { L::apps, apps } });
+    auto type = std::make_shared<QString>();
+    FileWork::of(server)->run(
+        this, socket, name + QLatin1Char(' ') + path,
+        [files = HandlerUtils::platform()->fileServices(), path, type] {
+            *type = files->typeOfFile(path);
+        },
+        [this, socket, path, type](bool done) {
+            QJsonArray apps;
+            if (done) {
+                for (App *app : HandlerUtils::platform()->appsForFileType(*type))
+                    apps.append(QJsonObject { { L::id, app->id } });
+            }
+            server->sendMessage(socket, name, QJsonObject { { L::path, path }, { L::apps, apps } });
+        });
 }
 
-void FileOpenHandler::handle(const QJsonObject &message, QWebSocket *)
+void FileOpenHandler::handle(const QJsonObject &message, QWebSocket *socket)
 {
-    HandlerUtils::platform()->openFile(
-        message.value(L::path).toString(), message.value(L::id).toString());
+    const QString path = message.value(L::path).toString();
+    const QString appId = message.value(L::id).toString();
+    if (!appId.isEmpty()) {
+        // The chosen application opens it; nothing here reads the file.
+        HandlerUtils::platform()->openFile(path, QString(), appId);
+        return;
+    }
+    auto type = std::make_shared<QString>();
+    FileWork::of(server)->run(
+        this, socket, name + QLatin1Char(' ') + path,
+        [files = HandlerUtils::platform()->fileServices(), path, type] {
+            *type = files->typeOfFile(path);
+        },
+        [path, type](bool done) {
+            if (done)
+                HandlerUtils::platform()->openFile(path, *type, QString());
+        });
 }

@@ -4,6 +4,11 @@
 
 #include <QByteArray>
 
+class QPixmap;
+
+// The file handlers read files through FileWork, off the event loop: each reply goes out when
+// its work is done, or with the "cannot be read" answer when it took too long.
+
 // "dl": the entries of a directory, folders first, in the user's alphabetical order.
 class DirectoryListingHandler : public MessageHandler
 {
@@ -26,6 +31,10 @@ class FileIconHandler : public MessageHandler
 public:
     using MessageHandler::MessageHandler;
     void handle(const QJsonObject &message, QWebSocket *socket) override;
+
+private:
+    // Sends nothing for a null icon.
+    void answer(QWebSocket *socket, const QJsonObject &reply, const QPixmap &icon);
 };
 
 // "fp": a preview of a file; an empty attachment when there is none.

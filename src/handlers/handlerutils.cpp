@@ -6,6 +6,7 @@
 #include "platform.h"
 
 #include <QBuffer>
+#include <QImage>
 #include <QPixmap>
 
 namespace HandlerUtils {
@@ -24,15 +25,17 @@ App *appById(const QJsonObject &message)
     return id.isEmpty() ? nullptr : platform()->appforId(id);
 }
 
-QByteArray toPng(const QPixmap &pixmap)
+QByteArray toPng(const QImage &image)
 {
     QByteArray bytes;
-    if (pixmap.isNull())
+    if (image.isNull())
         return bytes;
     QBuffer buffer(&bytes);
     buffer.open(QIODevice::WriteOnly);
-    pixmap.save(&buffer, "PNG");
+    image.save(&buffer, "PNG");
     return bytes;
 }
+
+QByteArray toPng(const QPixmap &pixmap) { return toPng(pixmap.toImage()); }
 
 } // namespace HandlerUtils

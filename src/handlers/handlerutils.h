@@ -6,6 +6,7 @@
 
 class App;
 class Platform;
+class QImage;
 class QPixmap;
 
 namespace HandlerUtils {
@@ -14,5 +15,7 @@ Platform *platform();
 App *appOrCurrent(const QJsonObject &message);
 // The application named by "i"; null when "i" is empty or unknown.
 App *appById(const QJsonObject &message);
+// Empty for a null image. The QImage form may be used on any thread.
 QByteArray toPng(const QPixmap &pixmap);
+QByteArray toPng(const QImage &image);
 } // namespace HandlerUtils

@@ -9,6 +9,7 @@
 #include "iconthemes.h"
 #include "l.h"
 #include "linuxapp.h"
+#include "linuxfiles.h"
 #include "linuxlogging.h"
 #include "loginsession.h"
 #include "mediaplayers.h"
@@ -20,7 +21,6 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QIcon>
-#include <QImageReader>
 #include <QMimeDatabase>
 #include <QPainter>
 #include <QSaveFile>
@@ -101,6 +101,7 @@ LinuxPlatform::LinuxPlatform(QObject *parent)
     : Platform(parent)
 {
     IconThemes::configure();
+    files = std::make_shared<LinuxFileServices>();
     if (X11Session::available())
         m_session = new X11Session(this);
     else
@@ -477,36 +478,15 @@ void LinuxPlatform::setAutostart(bool enabled)
         qCWarning(lcLinux) << "Cannot write" << file << out.errorString();
 }
 
-QPixmap LinuxPlatform::previewForFile(const QString &path, int width, int height)
-{
-    static const QStringList direct { QStringLiteral("png"), QStringLiteral("jpg"),
-        QStringLiteral("jpeg"), QStringLiteral("gif"), QStringLiteral("bmp"),
-        QStringLiteral("tiff"), QStringLiteral("icns"), QStringLiteral("tga"),
-        QStringLiteral("webp") };
-    const QString fileName = QFileInfo(path).fileName();
-    const int dot = fileName.lastIndexOf(QLatin1Char('.'));
-    const QString extension = dot < 0 ? QString() : fileName.mid(dot + 1).toLower();
-    QPixmap pixmap;
-    if (extension.isEmpty() || !direct.contains(extension))
-        return pixmap;
-    QImageReader reader(path);
-    reader.setAutoTransform(true);
-    // Decode no more pixels than the answer needs.
-    const QSize full = reader.size();
-    if (full.isValid() && width > 0 && height > 0
-        && (full.width() > 2 * width || full.height() > 2 * height))
-        reader.setScaledSize(full.scaled(2 * width, 2 * height, Qt::KeepAspectRatio));
-    const QImage image = reader.read();
-    if (image.isNull())
-        return pixmap;
-    pixmap = QPixmap::fromImage(image);
-    if (pixmap.width() > width || pixmap.height() > height)
-        pixmap = pixmap.scaled(width, height, Qt::KeepAspectRatio, Qt::SmoothTransformation);
-    return pixmap;
-}
-
 QPixmap LinuxPlatform::iconForMimeType(const QString &mimeName, int size) const
 {
+    if (mimeName == QLatin1String("inode/directory")) {
+        for (const QString &name :
+            { QStringLiteral("folder"), QStringLiteral("inode-directory") }) {
+            if (QIcon::hasThemeIcon(name))
+                return fitSquare(QIcon::fromTheme(name).pixmap(size, size), size);
+        }
+    }
     const QMimeType mime = QMimeDatabase().mimeTypeForName(mimeName);
     QIcon icon;
     if (mime.isValid()) {
@@ -521,19 +501,6 @@ QPixmap LinuxPlatform::iconForMimeType(const QString &mimeName, int size) const
         icon = QIcon::fromTheme(QStringLiteral("text-x-generic"));
     const QPixmap pixmap = icon.isNull() ? QPixmap() : icon.pixmap(size, size);
     return pixmap.isNull() ? genericFileIcon(size) : fitSquare(pixmap, size);
-}
-
-QPixmap LinuxPlatform::iconForFile(const QString &path, int size)
-{
-    const QFileInfo info(path);
-    if (info.isDir()) {
-        for (const QString &name :
-            { QStringLiteral("folder"), QStringLiteral("inode-directory") }) {
-            if (QIcon::hasThemeIcon(name))
-                return fitSquare(QIcon::fromTheme(name).pixmap(size, size), size);
-        }
-    }
-    return iconForMimeType(QMimeDatabase().mimeTypeForFile(info).name(), size);
 }
 
 QPixmap LinuxPlatform::iconForFileType(const QString &type, int size)
@@ -551,30 +518,51 @@ QPixmap LinuxPlatform::iconForFileType(const QString &type, int size)
     return iconForMimeType(mime.name(), size);
 }
 
-void LinuxPlatform::openFile(const QString &path, const QString &appId)
+void LinuxPlatform::openFile(const QString &path, const QString &type, const QString &appId)
 {
-    const QString uri
-        = QUrl::fromLocalFile(QFileInfo(path).absoluteFilePath()).toString(QUrl::FullyEncoded);
-    if (appId.isEmpty()) {
-        GError *error = nullptr;
-        if (!g_app_info_launch_default_for_uri(uri.toUtf8().constData(), nullptr, &error)) {
-            qCWarning(lcLinux) << "Cannot open" << path << (error ? error->message : "");
-            g_clear_error(&error);
-        }
+    // The path is not looked at here (it may be on a mount that never answers): the type was
+    // found off the event loop.
+    const QString uri = QUrl::fromLocalFile(QDir::cleanPath(QDir::current().absoluteFilePath(path)))
+                            .toString(QUrl::FullyEncoded);
+    if (!appId.isEmpty()) {
+        if (auto *app = qobject_cast<LinuxApp *>(appforId(appId)))
+            app->launchWith({ uri });
         return;
     }
-    if (auto *app = qobject_cast<LinuxApp *>(appforId(appId)))
+    if (type.isEmpty()) {
+        qCWarning(lcLinux) << "Cannot open" << path << "(no such file)";
+        return;
+    }
+    GAppInfo *info = g_app_info_get_default_for_type(type.toUtf8().constData(), FALSE);
+    if (!info) {
+        qCWarning(lcLinux) << "Cannot open" << path << "(no application opens" << type << ")";
+        return;
+    }
+    QString id = fromUtf8(g_app_info_get_id(info));
+    if (id.endsWith(desktopSuffix))
+        id.chop(desktopSuffix.size());
+    // A known application starts as from its own entry, with startup notification.
+    if (auto *app = qobject_cast<LinuxApp *>(appforId(id))) {
+        g_object_unref(info);
         app->launchWith({ uri });
+        return;
+    }
+    GList *uris = g_list_append(nullptr, g_strdup(uri.toUtf8().constData()));
+    GError *error = nullptr;
+    if (!g_app_info_launch_uris(info, uris, nullptr, &error)) {
+        qCWarning(lcLinux) << "Cannot open" << path << (error ? error->message : "");
+        g_clear_error(&error);
+    }
+    g_list_free_full(uris, g_free);
+    g_object_unref(info);
 }
 
-QVector<App *> LinuxPlatform::appsForFile(const QString &path)
+QVector<App *> LinuxPlatform::appsForFileType(const QString &type)
 {
     QVector<App *> result;
-    const QFileInfo info(path);
-    if (!info.exists())
+    if (type.isEmpty())
         return result;
-    const QString mime = QMimeDatabase().mimeTypeForFile(info).name();
-    GList *handlers = g_app_info_get_all_for_type(mime.toUtf8().constData());
+    GList *handlers = g_app_info_get_all_for_type(type.toUtf8().constData());
     for (GList *item = handlers; item; item = item->next) {
         QString id = fromUtf8(g_app_info_get_id(G_APP_INFO(item->data)));
         if (id.endsWith(desktopSuffix))

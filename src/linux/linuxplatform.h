@@ -49,11 +49,9 @@ public slots:
     void init() override;
     void setActive(bool active) override;
     void setAutostart(bool enabled) override;
-    QPixmap previewForFile(const QString &path, int width, int height) override;
-    QPixmap iconForFile(const QString &path, int size) override;
     QPixmap iconForFileType(const QString &type, int size) override;
-    void openFile(const QString &path, const QString &appId) override;
-    QVector<App *> appsForFile(const QString &path) override;
+    QVector<App *> appsForFileType(const QString &type) override;
+    void openFile(const QString &path, const QString &type, const QString &appId) override;
     void shutdown() override;
     void restart() override;
     void sleep() override;

@@ -7,7 +7,10 @@
 #include <QStringList>
 #include <QVector>
 
+#include <memory>
+
 class App;
+class FileServices;
 
 // The operating system as the rest of the program sees it: the registry of applications, which
 // of them run and which is in front, and every machine-level operation the handlers need.
@@ -31,6 +34,9 @@ public:
     const QVector<App *> &getRunningApps() const { return runningApps; }
     // Message codes ("b", "am", ...) that this machine cannot serve; sent to clients as they are.
     const QStringList &getUnsupported() const { return unsupported; }
+    // What reads files for the handlers, on worker threads; shared, since a worker that waits
+    // on a hung mount may outlive the platform.
+    std::shared_ptr<FileServices> fileServices() const { return files; }
 
 signals:
     void ready();
@@ -53,14 +59,15 @@ public slots:
     // True when the first client is there (again), false when the last has left; may repeat.
     virtual void setActive(bool active) = 0;
     virtual void setAutostart(bool enabled) = 0;
-    // A preview fitting width by height, or a null pixmap.
-    virtual QPixmap previewForFile(const QString &path, int width, int height) = 0;
-    virtual QPixmap iconForFile(const QString &path, int size) = 0;
-    // type is what the client sends: an extension or a type name.
+    // The file operations of the event loop read no file: what a file is comes from
+    // FileServices::typeOfFile on a worker thread.
+    // type is what the client sends (an extension or a type name), or a file's type.
     virtual QPixmap iconForFileType(const QString &type, int size) = 0;
-    // Opens with the application appId, or with the default one when appId is empty.
-    virtual void openFile(const QString &path, const QString &appId) = 0;
-    virtual QVector<App *> appsForFile(const QString &path) = 0;
+    // The known applications that open files of the type, best first; none for an empty type.
+    virtual QVector<App *> appsForFileType(const QString &type) = 0;
+    // Opens with the application appId, or with the default one for the file's type when appId
+    // is empty.
+    virtual void openFile(const QString &path, const QString &type, const QString &appId) = 0;
     virtual void shutdown() = 0;
     virtual void restart() = 0;
     virtual void sleep() = 0;
@@ -87,4 +94,5 @@ protected:
     QVector<App *> runningApps;
     App *currentApp = nullptr;
     QStringList unsupported;
+    std::shared_ptr<FileServices> files;
 };

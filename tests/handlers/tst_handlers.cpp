@@ -1,5 +1,6 @@
 #include "corefixture.h"
 #include "filehandlers.h"
+#include "filework.h"
 #include "l.h"
 #include "logcapture.h"
 #include "testenvironment.h"
@@ -80,6 +81,12 @@ private slots:
     void fileIconByType();
     void previewAlwaysAnswered();
     void fileAppsAndOpen();
+    void fileWorkLeavesOtherClientsServed();
+    void fileRequestsOfOneClientWaitInOrder();
+    void lateFileWorkGetsTheFailedAnswer();
+    void fileWorkOfALeavingClientIsDropped();
+    void stuckFileWorkIsBounded();
+    void waitingFileWorkIsBounded();
 
     // System state
     void volumeQueryAndSet();
@@ -565,13 +572,16 @@ void TestHandlers::listingEscapesNames()
 void TestHandlers::fileIconSizes()
 {
     CoreFixture f;
-    f.platform->fileIcons.insert(QStringLiteral("/tmp/a.txt"), solid(32, 32));
+    f.platform->fakeFiles->setType(QStringLiteral("/tmp/a.txt"), QStringLiteral("text/plain"));
+    f.platform->typeIcons.insert(QStringLiteral("text/plain"), solid(32, 32));
     QVERIFY(f.start());
     ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
     QVERIFY(client);
     QVERIFY(f.requestAndSettle(
         client, req(L::fileIcon, { { L::path, QStringLiteral("/tmp/a.txt") }, { L::size, 8 } })));
     QCOMPARE(client->framesWith(L::fileIcon).size(), 0);
+    // Too small to answer: the file is not even looked at.
+    QCOMPARE(f.platform->fakeFiles->calls(), QStringList());
     const auto reply = f.request(client,
         req(L::fileIcon, { { L::path, QStringLiteral("/tmp/a.txt") }, { L::size, 32 } }),
         L::fileIcon);
@@ -580,9 +590,12 @@ void TestHandlers::fileIconSizes()
         QJsonObject({ { L::method, L::fileIcon }, { L::size, 32 },
             { L::path, QStringLiteral("/tmp/a.txt") } }));
     QCOMPARE(decodePng(reply->parts.at(0).second).size(), QSize(32, 32));
+    QCOMPARE(
+        f.platform->fakeFiles->calls(), QStringList { QStringLiteral("typeOfFile(/tmp/a.txt)") });
     // No icon at all: no answer.
-    QVERIFY(f.requestAndSettle(
-        client, req(L::fileIcon, { { L::path, QStringLiteral("/tmp/none") }, { L::size, 32 } })));
+    client->send(req(L::fileIcon, { { L::path, QStringLiteral("/tmp/none") }, { L::size, 32 } }));
+    QTRY_VERIFY(f.platform->calls.contains(QStringLiteral("iconForFileType(,32)")));
+    QVERIFY(f.requestAndSettle(client, req(L::unsupported)));
     QCOMPARE(client->framesWith(L::fileIcon).size(), 1);
 }
 
@@ -605,7 +618,7 @@ void TestHandlers::fileIconByType()
 void TestHandlers::previewAlwaysAnswered()
 {
     CoreFixture f;
-    f.platform->previews.insert(QStringLiteral("/p.png"), solid(40, 30));
+    f.platform->fakeFiles->setPreview(QStringLiteral("/p.png"), solid(40, 30).toImage());
     QVERIFY(f.start());
     ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
     QVERIFY(client);
@@ -623,7 +636,7 @@ void TestHandlers::previewAlwaysAnswered()
         client, req(L::filePreview, { { L::path, QStringLiteral("/p.png") } }), L::filePreview);
     QVERIFY(some);
     QCOMPARE(decodePng(some->parts.at(0).second).size(), QSize(40, 30));
-    QVERIFY(f.platform->calls.contains(QStringLiteral("previewForFile(/p.png,0,0)")));
+    QVERIFY(f.platform->fakeFiles->calls().contains(QStringLiteral("previewForFile(/p.png,0,0)")));
     QVERIFY(f.requestAndSettle(client, req(L::filePreview, { { L::width, 10 } })));
     QCOMPARE(client->framesWith(L::filePreview).size(), 2);
 }
@@ -633,7 +646,9 @@ void TestHandlers::fileAppsAndOpen()
     CoreFixture f;
     FakeApp *editor = f.platform->addApp(QStringLiteral("editor"), QStringLiteral("Editor"));
     FakeApp *viewer = f.platform->addApp(QStringLiteral("viewer"), QStringLiteral("Viewer"));
-    f.platform->fileApps = { viewer, editor };
+    f.platform->fakeFiles->setType(QStringLiteral("/x.txt"), QStringLiteral("text/plain"));
+    f.platform->fakeFiles->setType(QStringLiteral("/y.txt"), QStringLiteral("text/plain"));
+    f.platform->typeApps.insert(QStringLiteral("text/plain"), { viewer, editor });
     QVERIFY(f.start());
     ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
     QVERIFY(client);
@@ -644,14 +659,243 @@ void TestHandlers::fileAppsAndOpen()
     QCOMPARE(reply->object.value(L::apps).toArray(),
         (QJsonArray { QJsonObject { { L::id, QStringLiteral("viewer") } },
             QJsonObject { { L::id, QStringLiteral("editor") } } }));
+    // A missing file has no type and no applications.
+    const auto missing = f.request(
+        client, req(L::fileApps, { { L::path, QStringLiteral("/gone.txt") } }), L::fileApps);
+    QVERIFY(missing);
+    QCOMPARE(missing->object.value(L::apps).toArray(), QJsonArray());
+
     QVERIFY(f.requestAndSettle(client,
         req(L::fileOpen,
             { { L::path, QStringLiteral("/x.txt") }, { L::id, QStringLiteral("editor") } })));
-    QVERIFY(
-        f.requestAndSettle(client, req(L::fileOpen, { { L::path, QStringLiteral("/y.txt") } })));
-    QVERIFY(f.platform->calls.contains(QStringLiteral("openFile(/x.txt,editor)")));
-    QVERIFY(f.platform->calls.contains(QStringLiteral("openFile(/y.txt,)")));
+    QVERIFY(f.platform->calls.contains(QStringLiteral("openFile(/x.txt,,editor)")));
+    // With a chosen application the file is not read at all.
+    QCOMPARE(f.platform->fakeFiles->calls().count(QStringLiteral("typeOfFile(/x.txt)")), 1);
+    client->send(req(L::fileOpen, { { L::path, QStringLiteral("/y.txt") } }));
+    QTRY_VERIFY(f.platform->calls.contains(QStringLiteral("openFile(/y.txt,text/plain,)")));
+    QVERIFY(f.requestAndSettle(client, req(L::unsupported)));
     QCOMPARE(client->framesWith(L::fileOpen).size(), 0);
+}
+
+namespace {
+QJsonObject previewRequest(const QString &path)
+{
+    return req(L::filePreview, { { L::path, path }, { L::width, 64 }, { L::height, 64 } });
+}
+
+QStringList previewPaths(ProtocolClient *client)
+{
+    QStringList paths;
+    for (const Frame &frame : client->framesWith(L::filePreview))
+        paths << frame.object.value(L::path).toString();
+    return paths;
+}
+
+// Starts f with two clients, "phone" (the asker) and "tablet", and has the asker ask for
+// previews of the held paths; true once every one of them waits on its file.
+bool askForHeld(
+    CoreFixture &f, const QStringList &held, ProtocolClient *&asker, ProtocolClient *&other)
+{
+    for (const QString &path : held)
+        f.platform->fakeFiles->hold(path);
+    if (!f.start())
+        return false;
+    asker = f.connectClient(QStringLiteral("phone"));
+    other = f.connectClient(QStringLiteral("tablet"));
+    if (!asker || !other)
+        return false;
+    for (const QString &path : held)
+        asker->send(previewRequest(path));
+    return QTest::qWaitFor([&] { return f.platform->fakeFiles->waiting() == held.size(); });
+}
+
+// Lets every held path go and waits until no file work is left over for the next test.
+void letGoAll(FakeFiles *files, const QStringList &paths)
+{
+    for (const QString &path : paths)
+        files->letGo(path);
+    QTRY_COMPARE(files->waiting(), 0);
+    QTRY_COMPARE(FileWork::stuck(), 0);
+}
+} // namespace
+
+void TestHandlers::fileWorkLeavesOtherClientsServed()
+{
+    CoreFixture f;
+    f.platform->fakeFiles->hold(QStringLiteral("/hung/a.png"));
+    f.platform->fakeFiles->setPreview(QStringLiteral("/hung/a.png"), solid(8, 8).toImage());
+    f.platform->typeIcons.insert(QStringLiteral("pdf"), solid(16, 16));
+    QVERIFY(f.start());
+    ProtocolClient *asker = f.connectClient(QStringLiteral("phone"));
+    ProtocolClient *other = f.connectClient(QStringLiteral("tablet"));
+    QVERIFY(asker && other);
+    asker->send(previewRequest(QStringLiteral("/hung/a.png")));
+    QTRY_COMPARE(f.platform->fakeFiles->waiting(), 1);
+    // The other client, and the asker itself, are answered while the file does not answer.
+    QVERIFY(f.request(other, req(L::volume), L::volume));
+    QVERIFY(f.request(asker,
+        req(L::fileIcon, { { L::type, QStringLiteral("pdf") }, { L::size, 16 } }), L::fileIcon));
+    QCOMPARE(asker->framesWith(L::filePreview).size(), 0);
+    letGoAll(f.platform->fakeFiles.get(), { QStringLiteral("/hung/a.png") });
+    QTRY_COMPARE(asker->framesWith(L::filePreview).size(), 1);
+    QCOMPARE(
+        decodePng(asker->framesWith(L::filePreview).at(0).parts.at(0).second).size(), QSize(8, 8));
+}
+
+void TestHandlers::fileRequestsOfOneClientWaitInOrder()
+{
+    CoreFixture f;
+    FakeFiles *files = f.platform->fakeFiles.get();
+    const QStringList held { QStringLiteral("/h/1.png"), QStringLiteral("/h/2.png") };
+    ProtocolClient *asker = nullptr;
+    ProtocolClient *other = nullptr;
+    QVERIFY(askForHeld(f, held, asker, other));
+    const QStringList next { QStringLiteral("/w/3.png"), QStringLiteral("/w/4.png"),
+        QStringLiteral("/w/5.png") };
+    for (const QString &path : next)
+        asker->send(previewRequest(path));
+    // Another client's file request does not wait behind them.
+    const auto answered
+        = f.request(other, previewRequest(QStringLiteral("/o.png")), L::filePreview);
+    QVERIFY(answered);
+    QCOMPARE(answered->object.value(L::path).toString(), QStringLiteral("/o.png"));
+    // The asker's next requests wait for a free place: not one has been started.
+    QVERIFY(f.requestAndSettle(asker, req(L::unsupported)));
+    for (const QString &path : next)
+        QVERIFY2(!files->calls().join(QLatin1Char(' ')).contains(path), qPrintable(path));
+    QCOMPARE(asker->framesWith(L::filePreview).size(), 0);
+
+    files->letGo(held.at(1));
+    // The second is answered, and the waiting ones follow in the order they were asked.
+    QTRY_COMPARE(asker->framesWith(L::filePreview).size(), 4);
+    QCOMPARE(previewPaths(asker), QStringList({ held.at(1) }) + next);
+    // The other client's request ran beside the asker's two.
+    QCOMPARE(files->mostAtOnce(), FileWork::perClient + 1);
+    letGoAll(files, held);
+    QTRY_COMPARE(asker->framesWith(L::filePreview).size(), 5);
+    QCOMPARE(previewPaths(asker).last(), held.at(0));
+}
+
+void TestHandlers::lateFileWorkGetsTheFailedAnswer()
+{
+    CoreFixture f;
+    FakeFiles *files = f.platform->fakeFiles.get();
+    FakeApp *viewer = f.platform->addApp(QStringLiteral("viewer"), QStringLiteral("Viewer"));
+    const QString path = QStringLiteral("/mnt/hung/photo.png");
+    files->hold(path);
+    files->setType(path, QStringLiteral("image/png"));
+    files->setPreview(path, solid(8, 8).toImage());
+    f.platform->typeIcons.insert(QStringLiteral("image/png"), solid(16, 16));
+    f.platform->typeApps.insert(QStringLiteral("image/png"), { viewer });
+    QVERIFY(f.start());
+    FileWork::of(f.core->server)->setTimeLimit(300);
+    ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    QVERIFY(client);
+    LogCapture log;
+    client->send(previewRequest(path));
+    client->send(req(L::fileApps, { { L::path, path } }));
+    // No preview, and no applications, once the time is up.
+    QTRY_COMPARE(client->framesWith(L::filePreview).size(), 1);
+    QVERIFY(client->framesWith(L::filePreview).at(0).parts.at(0).second.isEmpty());
+    QTRY_COMPARE(client->framesWith(L::fileApps).size(), 1);
+    QCOMPARE(client->framesWith(L::fileApps).at(0).object.value(L::apps).toArray(), QJsonArray());
+    QCOMPARE(log.count(QStringLiteral("Gave up on fp /mnt/hung/photo.png after 300 ms")), 1);
+    QTRY_COMPARE(FileWork::stuck(), 2);
+    // An icon without the file's type in time is not sent at all.
+    client->send(req(L::fileIcon, { { L::path, path }, { L::size, 16 } }));
+    QTRY_COMPARE(log.count(QStringLiteral("Gave up on fi /mnt/hung/photo.png after 300 ms")), 1);
+    QVERIFY(f.requestAndSettle(client, req(L::unsupported)));
+    QCOMPARE(client->framesWith(L::fileIcon).size(), 0);
+
+    // When the file answers at last, nothing more is sent and the threads are back.
+    letGoAll(files, { path });
+    QVERIFY(f.requestAndSettle(client, req(L::unsupported)));
+    QCOMPARE(client->framesWith(L::filePreview).size(), 1);
+    QCOMPARE(client->framesWith(L::fileApps).size(), 1);
+    QCOMPARE(client->framesWith(L::fileIcon).size(), 0);
+    QVERIFY(!f.platform->calls.contains(QStringLiteral("iconForFileType(image/png,16)")));
+}
+
+void TestHandlers::fileWorkOfALeavingClientIsDropped()
+{
+    CoreFixture f;
+    FakeFiles *files = f.platform->fakeFiles.get();
+    const QStringList held { QStringLiteral("/h/1.png"), QStringLiteral("/h/2.png") };
+    ProtocolClient *leaving = nullptr;
+    ProtocolClient *staying = nullptr;
+    QVERIFY(askForHeld(f, held, leaving, staying));
+    leaving->send(previewRequest(QStringLiteral("/w/never.png")));
+    QVERIFY(f.requestAndSettle(leaving, req(L::unsupported)));
+    leaving->close();
+    QTRY_COMPARE(f.core->server->getClients().size(), 1);
+    letGoAll(files, held);
+    QVERIFY(f.request(staying, previewRequest(QStringLiteral("/o.png")), L::filePreview));
+    // The request that waited behind the others was never started.
+    QVERIFY(!files->calls().join(QLatin1Char(' ')).contains(QStringLiteral("/w/never.png")));
+}
+
+void TestHandlers::stuckFileWorkIsBounded()
+{
+    CoreFixture f;
+    FakeFiles *files = f.platform->fakeFiles.get();
+    QVERIFY(f.start());
+    FileWork::of(f.core->server)->setTimeLimit(100);
+    QStringList held;
+    QList<ProtocolClient *> clients;
+    LogCapture log;
+    for (int i = 0; i < FileWork::maxStuck / FileWork::perClient; ++i) {
+        ProtocolClient *client = f.connectClient(QStringLiteral("device-%1").arg(i));
+        QVERIFY(client);
+        clients << client;
+        for (int j = 0; j < FileWork::perClient; ++j) {
+            held << QStringLiteral("/mnt/hung/%1-%2.png").arg(i).arg(j);
+            files->hold(held.last());
+            client->send(previewRequest(held.last()));
+        }
+        // Each stuck request got a thread of its own: the next ones start at once.
+        QTRY_COMPARE(files->waiting(), held.size());
+        QTRY_COMPARE(FileWork::stuck(), held.size());
+        QCOMPARE(previewPaths(client).size(), FileWork::perClient);
+    }
+    QCOMPARE(files->waiting(), FileWork::maxStuck);
+    // Now even a healthy file fails at once, and says why once.
+    f.platform->fakeFiles->setPreview(QStringLiteral("/ok.png"), solid(8, 8).toImage());
+    const auto refused
+        = f.request(clients.at(0), previewRequest(QStringLiteral("/ok.png")), L::filePreview);
+    QVERIFY(refused);
+    QVERIFY(refused->parts.at(0).second.isEmpty());
+    QCOMPARE(log.count(QStringLiteral("16 file requests have not returned (a mount that does "
+                                      "not answer?): file requests fail until they do")),
+        1);
+    QVERIFY(!files->calls().contains(QStringLiteral("previewForFile(/ok.png,64,64)")));
+
+    letGoAll(files, held);
+    const auto served
+        = f.request(clients.at(0), previewRequest(QStringLiteral("/ok.png")), L::filePreview);
+    QVERIFY(served);
+    QVERIFY(!served->parts.at(0).second.isEmpty());
+}
+
+void TestHandlers::waitingFileWorkIsBounded()
+{
+    CoreFixture f;
+    FakeFiles *files = f.platform->fakeFiles.get();
+    const QString hung = QStringLiteral("/mnt/hung/a.png");
+    files->hold(hung);
+    QVERIFY(f.start());
+    ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    QVERIFY(client);
+    for (int i = 0; i < FileWork::perClient; ++i)
+        client->send(previewRequest(hung));
+    for (int i = 0; i < FileWork::maxWaiting; ++i)
+        client->send(previewRequest(QStringLiteral("/w/%1.png").arg(i)));
+    // One more than may wait is answered at once, with no preview.
+    client->send(previewRequest(QStringLiteral("/over.png")));
+    QTRY_COMPARE(client->framesWith(L::filePreview).size(), 1);
+    QCOMPARE(previewPaths(client), QStringList { QStringLiteral("/over.png") });
+    letGoAll(files, { hung });
+    QTRY_COMPARE(
+        client->framesWith(L::filePreview).size(), 1 + FileWork::perClient + FileWork::maxWaiting);
 }
 
 void TestHandlers::volumeQueryAndSet()

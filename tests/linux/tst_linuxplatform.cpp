@@ -1,5 +1,6 @@
 #include "app.h"
 #include "core.h"
+#include "fileservices.h"
 #include "idle.h"
 #include "l.h"
 #include "linuxapp.h"
@@ -10,8 +11,10 @@
 #include "server.h"
 #include "serverfixture.h"
 #include "testenvironment.h"
+#include "testfiles.h"
 
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QImage>
 #include <QJsonArray>
@@ -21,6 +24,8 @@
 #include <QTemporaryDir>
 #include <QUrl>
 #include <QtTest>
+
+#include <unistd.h>
 
 namespace {
 QTemporaryDir *dataHome = nullptr;
@@ -69,6 +74,8 @@ private slots:
     void previews_data();
     void previews();
     void iconsAlwaysComeBack();
+    void specialFilesAreNeverRead();
+    void picturesThatCostTooMuchHaveNoPreview();
     void appsForFileAndOpen();
     void autostartEntry();
     void unsupportedIsHonest();
@@ -79,6 +86,8 @@ private slots:
     void installedAppsOverTheWire();
 
 private:
+    QString typeOf(const QString &path) const { return platform->fileServices()->typeOfFile(path); }
+
     LinuxPlatform *platform = nullptr;
 };
 
@@ -192,7 +201,8 @@ void TestLinuxPlatform::previews()
         QVERIFY(file.open(QIODevice::WriteOnly));
         file.write(name.endsWith(QLatin1String("pdf")) ? "%PDF-1.4\n%%EOF\n" : "plain text\n");
     }
-    const QPixmap preview = platform->previewForFile(path, asked.width(), asked.height());
+    const QImage preview
+        = platform->fileServices()->previewForFile(path, asked.width(), asked.height());
     if (expected.isValid())
         QCOMPARE(preview.size(), expected);
     else
@@ -204,16 +214,74 @@ void TestLinuxPlatform::iconsAlwaysComeBack()
     const QString text = files->filePath(QStringLiteral("icons.txt"));
     QFile(text).open(QIODevice::WriteOnly);
     for (int size : { 16, 48, 128 }) {
-        const QPixmap forFile = platform->iconForFile(text, size);
+        const QPixmap forFile = platform->iconForFileType(typeOf(text), size);
         QVERIFY(!forFile.isNull());
         QVERIFY(forFile.width() <= size && forFile.height() <= size);
-        QVERIFY(!platform->iconForFile(files->path(), size).isNull());
+        QVERIFY(!platform->iconForFileType(typeOf(files->path()), size).isNull());
+        // A file that is not there has no type, and still an icon.
+        QVERIFY(!platform->iconForFileType(typeOf(files->filePath(QStringLiteral("gone"))), size)
+                     .isNull());
         for (const char *type : { "png", ".pdf", "image/jpeg", "no-such-type-at-all" }) {
             const QPixmap forType = platform->iconForFileType(QString::fromLatin1(type), size);
             QVERIFY2(!forType.isNull(), type);
             QVERIFY(forType.width() <= size);
         }
     }
+}
+
+void TestLinuxPlatform::specialFilesAreNeverRead()
+{
+    // Named like pictures, so that nothing but their kind keeps them from being opened.
+    const QString fifo = files->filePath(QStringLiteral("pipe.png"));
+    QVERIFY(TestFiles::makeFifo(fifo));
+    const QString socket = files->filePath(QStringLiteral("socket.png"));
+    const int fd = TestFiles::bindSocket(socket);
+    QVERIFY(fd >= 0);
+    const QString zero = files->filePath(QStringLiteral("zero.png"));
+    QVERIFY(QFile::link(QStringLiteral("/dev/zero"), zero));
+    // Opening the pipe for reading would wait for a writer for good; reading /dev/zero never
+    // ends. Each answer is there at once.
+    const QHash<QString, QString> types { { fifo, QStringLiteral("inode/fifo") },
+        { socket, QStringLiteral("inode/socket") }, { zero, QStringLiteral("inode/chardevice") },
+        { QStringLiteral("/dev/zero"), QStringLiteral("inode/chardevice") } };
+    for (auto type = types.cbegin(); type != types.cend(); ++type) {
+        QCOMPARE(typeOf(type.key()), type.value());
+        QVERIFY(platform->fileServices()->previewForFile(type.key(), 100, 100).isNull());
+        QVERIFY(!platform->iconForFileType(typeOf(type.key()), 32).isNull());
+    }
+    ::close(fd);
+}
+
+void TestLinuxPlatform::picturesThatCostTooMuchHaveNoPreview()
+{
+    FileServices *services = platform->fileServices().get();
+    const QString bomb = files->filePath(QStringLiteral("bomb.png"));
+    QVERIFY(TestFiles::writePngDeclaring(bomb, 20000, 20000));
+    QVERIFY(QFileInfo(bomb).size() < 2 * 1024 * 1024);
+    QElapsedTimer clock;
+    clock.start();
+    QVERIFY(services->previewForFile(bomb, 200, 200).isNull());
+    // Refused from its header, not after decoding (which takes seconds).
+    QVERIFY2(clock.elapsed() < 1000, qPrintable(QString::number(clock.elapsed())));
+    // A smaller one of the same kind is fine.
+    const QString fair = files->filePath(QStringLiteral("fair.png"));
+    QVERIFY(TestFiles::writePngDeclaring(fair, 3000, 2000));
+    QCOMPARE(services->previewForFile(fair, 300, 300).size(), QSize(300, 200));
+
+    const QString truncated = files->filePath(QStringLiteral("truncated.png"));
+    QVERIFY(TestFiles::writeTruncatedPng(truncated, 800, 600));
+    const QImage partial = services->previewForFile(truncated, 100, 100);
+    // What was read may be shown, within the asked size; it never fails harder than that.
+    QVERIFY(partial.isNull() || (partial.width() <= 100 && partial.height() <= 100));
+
+    // A 50-megapixel photograph is decoded at a fraction of its size.
+    const QString photo = files->filePath(QStringLiteral("photo.jpg"));
+    QVERIFY(TestFiles::writeJpeg(photo, 8660, 5774));
+    QCOMPARE(services->previewForFile(photo, 200, 200).size(), QSize(200, 133));
+    // Asked at its full size, it would take more than a preview is allowed.
+    QVERIFY(services->previewForFile(photo, 10000, 10000).isNull());
+    // Nothing fits into no room.
+    QVERIFY(services->previewForFile(photo, 0, 0).isNull());
 }
 
 void TestLinuxPlatform::appsForFileAndOpen()
@@ -223,7 +291,8 @@ void TestLinuxPlatform::appsForFileAndOpen()
     QVERIFY(file.open(QIODevice::WriteOnly));
     file.write("hello\n");
     file.close();
-    QVector<App *> apps = platform->appsForFile(text);
+    QCOMPARE(typeOf(text), QStringLiteral("text/plain"));
+    QVector<App *> apps = platform->appsForFileType(typeOf(text));
     QStringList ids;
     for (App *app : apps)
         ids << app->id;
@@ -231,10 +300,11 @@ void TestLinuxPlatform::appsForFileAndOpen()
         ids.contains(QStringLiteral("org.velm.Zebra")), qPrintable(ids.join(QLatin1Char(','))));
     QVERIFY(ids.contains(QStringLiteral("org.velm.Bundle")));
     QVERIFY(!ids.contains(QStringLiteral("org.velm.Loud")));
-    QVERIFY(platform->appsForFile(files->filePath(QStringLiteral("missing.txt"))).isEmpty());
+    QCOMPARE(typeOf(files->filePath(QStringLiteral("missing.txt"))), QString());
+    QVERIFY(platform->appsForFileType(QString()).isEmpty());
 
     const QString argv = files->filePath(QStringLiteral("org.velm.Zebra.argv"));
-    platform->openFile(text, QStringLiteral("org.velm.Zebra"));
+    platform->openFile(text, QString(), QStringLiteral("org.velm.Zebra"));
     auto recorded = [&argv] {
         QFile file(argv);
         return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()).trimmed()
@@ -245,7 +315,18 @@ void TestLinuxPlatform::appsForFileAndOpen()
     QVERIFY2(argument == text || QUrl(argument).toLocalFile() == text, qPrintable(argument));
 
     // An id that is not installed does nothing.
-    platform->openFile(text, QStringLiteral("org.velm.Nobody"));
+    platform->openFile(text, QString(), QStringLiteral("org.velm.Nobody"));
+
+    // Without an id, the default application for the type opens it.
+    QFile::remove(argv);
+    QFile::remove(files->filePath(QStringLiteral("org.velm.Bundle.argv")));
+    platform->openFile(text, typeOf(text), QString());
+    QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(argv)
+            || QFile::exists(files->filePath(QStringLiteral("org.velm.Bundle.argv"))),
+        10000);
+    LogCapture log;
+    platform->openFile(files->filePath(QStringLiteral("missing.txt")), QString(), QString());
+    QCOMPARE(log.count(QStringLiteral("Cannot open")), 1);
 }
 
 void TestLinuxPlatform::autostartEntry()

@@ -2,6 +2,7 @@
 #include "l.h"
 #include "logcapture.h"
 #include "protocolclient.h"
+#include "runningprogram.h"
 #include "server.h"
 #include "serverfixture.h"
 #include "testenvironment.h"
@@ -103,54 +104,13 @@ qint64 cpuMilliseconds(qint64 pid)
     return ticks * 1000 / sysconf(_SC_CLK_TCK);
 }
 
-// The program itself, started as a user would start it, with private folders and a device
-// paired earlier ("phone" with "phone-token").
-class Program
+// The program with a device paired earlier ("phone" with "phone-token").
+class Program : public RunningProgram
 {
 public:
     explicit Program(const QStringList &wrapper = QStringList())
-    {
-        QProcessEnvironment environment = TestEnvironment::isolatedProgram(home.path());
-        environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
-        environment.insert(QStringLiteral("DBUS_SYSTEM_BUS_ADDRESS"),
-            QStringLiteral("unix:path=") + home.filePath(QStringLiteral("no-bus")));
-        QSettings settings(
-            home.filePath(QStringLiteral("config/Velm/velm-server.conf")), QSettings::IniFormat);
-        settings.setValue(QStringLiteral("welcome"), true);
-        settings.setValue(QStringLiteral("autoStart"), false);
-        settings.setValue(QStringLiteral("au/phone"), QStringLiteral("phone-token"));
-        settings.sync();
-        process.setProcessEnvironment(environment);
-        const QStringList command
-            = wrapper + QStringList { QStringLiteral(VELM_SERVER_EXECUTABLE) };
-        process.start(command.first(), command.mid(1));
-    }
-    ~Program()
-    {
-        process.terminate();
-        if (!process.waitForFinished(10000))
-            process.kill();
-        process.waitForFinished(3000);
-    }
-    // Waits until it listens; 0 when it never does.
-    quint16 port()
-    {
-        const QByteArray marker = "listens on port ";
-        if (!QTest::qWaitFor(
-                [&] {
-                    output += process.readAllStandardError();
-                    return output.contains(marker);
-                },
-                20000))
-            return 0;
-        const int at = output.indexOf(marker) + marker.size();
-        return quint16(output.mid(at, output.indexOf(' ', at) - at).toUInt());
-    }
-    qint64 pid() const { return process.processId(); }
-
-    QTemporaryDir home;
-    QProcess process;
-    QByteArray output;
+        : RunningProgram(QStringLiteral(VELM_SERVER_EXECUTABLE), wrapper)
+    { }
 };
 
 } // namespace
@@ -482,8 +442,7 @@ void TestHardening::pingFloodFromAPeerThatDoesNotRead()
     QCOMPARE(flooder.state(), QAbstractSocket::UnconnectedState);
     QVERIFY2(peak - before < 32 * 1024,
         qPrintable(QStringLiteral("%1 KiB -> %2 KiB").arg(before).arg(peak)));
-    QTRY_VERIFY(program.output.append(program.process.readAllStandardError())
-                    .contains("Closing a connection that does not read"));
+    QVERIFY(program.waitForLog("Closing a connection that does not read"));
 }
 
 void TestHardening::bigBodiesBeforeAuthenticationCostLittle()

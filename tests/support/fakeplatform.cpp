@@ -36,9 +36,83 @@ void FakeApp::setFocusValue(const QString &value)
     calls << QStringLiteral("setFocusValue(%1)").arg(value);
 }
 
+void FakeFiles::enter(const QString &call, const QString &path)
+{
+    QMutexLocker lock(&m_mutex);
+    m_calls << call;
+    m_mostAtOnce = qMax(m_mostAtOnce, ++m_running);
+    if (m_held.contains(path)) {
+        ++m_waiting;
+        while (m_held.contains(path))
+            m_released.wait(&m_mutex);
+        --m_waiting;
+    }
+    --m_running;
+}
+
+QString FakeFiles::typeOfFile(const QString &path)
+{
+    enter(QStringLiteral("typeOfFile(%1)").arg(path), path);
+    QMutexLocker lock(&m_mutex);
+    return m_types.value(path);
+}
+
+QImage FakeFiles::previewForFile(const QString &path, int width, int height)
+{
+    enter(QStringLiteral("previewForFile(%1,%2,%3)").arg(path).arg(width).arg(height), path);
+    QMutexLocker lock(&m_mutex);
+    return m_previews.value(path);
+}
+
+void FakeFiles::setType(const QString &path, const QString &type)
+{
+    QMutexLocker lock(&m_mutex);
+    m_types.insert(path, type);
+}
+
+void FakeFiles::setPreview(const QString &path, const QImage &image)
+{
+    QMutexLocker lock(&m_mutex);
+    m_previews.insert(path, image);
+}
+
+void FakeFiles::hold(const QString &path)
+{
+    QMutexLocker lock(&m_mutex);
+    m_held.insert(path);
+}
+
+void FakeFiles::letGo(const QString &path)
+{
+    QMutexLocker lock(&m_mutex);
+    m_held.remove(path);
+    m_released.wakeAll();
+}
+
+QStringList FakeFiles::calls() const
+{
+    QMutexLocker lock(&m_mutex);
+    return m_calls;
+}
+
+int FakeFiles::waiting() const
+{
+    QMutexLocker lock(&m_mutex);
+    return m_waiting;
+}
+
+int FakeFiles::mostAtOnce() const
+{
+    QMutexLocker lock(&m_mutex);
+    return m_mostAtOnce;
+}
+
 FakePlatform::FakePlatform(QObject *parent)
     : Platform(parent)
-{ }
+    , fakeFiles(std::make_shared<FakeFiles>())
+{
+    files = fakeFiles;
+}
 
 FakeApp *FakePlatform::addApp(const QString &id, const QString &name, qint64 lastRun)
 {
@@ -83,33 +157,21 @@ void FakePlatform::setAutostart(bool enabled)
                  .arg(enabled ? QStringLiteral("true") : QStringLiteral("false"));
 }
 
-QPixmap FakePlatform::previewForFile(const QString &path, int width, int height)
-{
-    calls << QStringLiteral("previewForFile(%1,%2,%3)").arg(path).arg(width).arg(height);
-    return previews.value(path);
-}
-
-QPixmap FakePlatform::iconForFile(const QString &path, int size)
-{
-    calls << QStringLiteral("iconForFile(%1,%2)").arg(path).arg(size);
-    return fileIcons.value(path);
-}
-
 QPixmap FakePlatform::iconForFileType(const QString &type, int size)
 {
     calls << QStringLiteral("iconForFileType(%1,%2)").arg(type).arg(size);
     return typeIcons.value(type);
 }
 
-void FakePlatform::openFile(const QString &path, const QString &appId)
+QVector<App *> FakePlatform::appsForFileType(const QString &type)
 {
-    calls << QStringLiteral("openFile(%1,%2)").arg(path, appId);
+    calls << QStringLiteral("appsForFileType(%1)").arg(type);
+    return typeApps.value(type);
 }
 
-QVector<App *> FakePlatform::appsForFile(const QString &path)
+void FakePlatform::openFile(const QString &path, const QString &type, const QString &appId)
 {
-    calls << QStringLiteral("appsForFile(%1)").arg(path);
-    return fileApps;
+    calls << QStringLiteral("openFile(%1,%2,%3)").arg(path, type, appId);
 }
 
 void FakePlatform::setBrightness(int value)

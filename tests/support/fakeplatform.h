@@ -1,10 +1,17 @@
 #pragma once
 
 #include "app.h"
+#include "fileservices.h"
 #include "platform.h"
 
+#include <QImage>
+#include <QMutex>
+#include <QSet>
 #include <QStringList>
 #include <QVariantList>
+#include <QWaitCondition>
+
+#include <memory>
 
 // An application that records every call made to it, as "name(args)" strings.
 class FakeApp : public App
@@ -35,6 +42,39 @@ public slots:
     void performFocusedElement() override { calls << QStringLiteral("performFocusedElement"); }
 };
 
+// File services answering from tables, on the workers' threads. A held path makes its calls
+// wait until it is let go, as a file on a mount that does not answer would.
+class FakeFiles : public FileServices
+{
+public:
+    QString typeOfFile(const QString &path) override;
+    QImage previewForFile(const QString &path, int width, int height) override;
+
+    void setType(const QString &path, const QString &type);
+    void setPreview(const QString &path, const QImage &image);
+    void hold(const QString &path);
+    void letGo(const QString &path);
+    // Calls made so far, "typeOfFile(path)" and "previewForFile(path,w,h)".
+    QStringList calls() const;
+    // Calls waiting on held paths now.
+    int waiting() const;
+    // The most calls that ran at the same time.
+    int mostAtOnce() const;
+
+private:
+    void enter(const QString &call, const QString &path);
+
+    mutable QMutex m_mutex;
+    QWaitCondition m_released;
+    QHash<QString, QString> m_types;
+    QHash<QString, QImage> m_previews;
+    QSet<QString> m_held;
+    QStringList m_calls;
+    int m_waiting = 0;
+    int m_running = 0;
+    int m_mostAtOnce = 0;
+};
+
 // A platform whose state a test sets directly and whose every call is recorded, so that the
 // coordinator and the handlers run for real without a desktop.
 class FakePlatform : public Platform
@@ -57,20 +97,18 @@ public:
     bool muted = false;
     int brightness = 0;
     bool locked = false;
-    QHash<QString, QPixmap> previews;
-    QHash<QString, QPixmap> fileIcons;
+    // The same object as fileServices().
+    std::shared_ptr<FakeFiles> fakeFiles;
     QHash<QString, QPixmap> typeIcons;
-    QVector<App *> fileApps;
+    QHash<QString, QVector<App *>> typeApps;
 
 public slots:
     void init() override;
     void setActive(bool active) override;
     void setAutostart(bool enabled) override;
-    QPixmap previewForFile(const QString &path, int width, int height) override;
-    QPixmap iconForFile(const QString &path, int size) override;
     QPixmap iconForFileType(const QString &type, int size) override;
-    void openFile(const QString &path, const QString &appId) override;
-    QVector<App *> appsForFile(const QString &path) override;
+    QVector<App *> appsForFileType(const QString &type) override;
+    void openFile(const QString &path, const QString &type, const QString &appId) override;
     void shutdown() override { calls << QStringLiteral("shutdown"); }
     void restart() override { calls << QStringLiteral("restart"); }
     void sleep() override { calls << QStringLiteral("sleep"); }

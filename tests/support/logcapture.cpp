@@ -1,6 +1,10 @@
 #include "logcapture.h"
 
+#include <QMutex>
+
 namespace {
+// Messages may come from worker threads too.
+QMutex mutex;
 LogCapture *current = nullptr;
 QStringList captured;
 QtMessageHandler previousHandler = nullptr;
@@ -8,6 +12,7 @@ QtMessageHandler previousHandler = nullptr;
 
 LogCapture::LogCapture()
 {
+    QMutexLocker lock(&mutex);
     captured.clear();
     current = this;
     m_previous = qInstallMessageHandler(&LogCapture::handler);
@@ -17,15 +22,20 @@ LogCapture::LogCapture()
 LogCapture::~LogCapture()
 {
     qInstallMessageHandler(m_previous);
+    QMutexLocker lock(&mutex);
     current = nullptr;
 }
 
-QStringList LogCapture::lines() const { return captured; }
+QStringList LogCapture::lines() const
+{
+    QMutexLocker lock(&mutex);
+    return captured;
+}
 
 int LogCapture::count(const QString &prefix) const
 {
     int n = 0;
-    for (const QString &line : captured) {
+    for (const QString &line : lines()) {
         if (line.startsWith(prefix))
             ++n;
     }
@@ -34,8 +44,11 @@ int LogCapture::count(const QString &prefix) const
 
 void LogCapture::handler(QtMsgType type, const QMessageLogContext &context, const QString &message)
 {
-    if (current)
-        captured.append(message);
+    {
+        QMutexLocker lock(&mutex);
+        if (current)
+            captured.append(message);
+    }
     if (previousHandler)
         previousHandler(type, context, message);
 }

@@ -1,0 +1,3 @@
+#include "fileservices.h"
+
+FileServices::~FileServices() = default;
