@@ -12,10 +12,22 @@ constexpr int maxItems = 1000;
 
 bool isSparkle(const QXmlStreamReader &reader) { return reader.namespaceUri() == sparkleNamespace; }
 
+// The "os" of this build's enclosures, as feeds name systems.
+QString thisSystem()
+{
+#if defined(Q_OS_MACOS)
+    return QStringLiteral("macos");
+#elif defined(Q_OS_LINUX)
+    return QStringLiteral("linux");
+#else
+    return QSysInfo::kernelType();
+#endif
+}
+
 // Enclosures for other systems are skipped; ones without "os" are for everybody.
 bool isForThisSystem(const QString &os)
 {
-    return os.isEmpty() || os.compare(QLatin1String("linux"), Qt::CaseInsensitive) == 0;
+    return os.isEmpty() || os.compare(thisSystem(), Qt::CaseInsensitive) == 0;
 }
 
 AppcastItem readItem(QXmlStreamReader &reader, bool *wanted)

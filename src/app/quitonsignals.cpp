@@ -4,6 +4,8 @@
 #include <QLoggingCategory>
 #include <QSocketNotifier>
 
+#include <fcntl.h>
+
 #include <cerrno>
 #include <csignal>
 #include <cstring>
@@ -25,8 +27,18 @@ QuitOnSignals::QuitOnSignals(QObject *parent)
         qCWarning(lcQuit) << "Signal handling is already installed";
         return;
     }
-    if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, s_pipe) != 0) {
+    // Flags set one by one: socketpair's own flags are not everywhere (macOS has none).
+    bool ready = ::socketpair(AF_UNIX, SOCK_STREAM, 0, s_pipe) == 0;
+    for (int i = 0; ready && i < 2; ++i) {
+        ready = ::fcntl(s_pipe[i], F_SETFD, FD_CLOEXEC) == 0
+            && ::fcntl(s_pipe[i], F_SETFL, ::fcntl(s_pipe[i], F_GETFL) | O_NONBLOCK) == 0;
+    }
+    if (!ready) {
         qCWarning(lcQuit) << "Cannot watch for termination signals:" << ::strerror(errno);
+        if (s_pipe[0] != -1) {
+            ::close(s_pipe[0]);
+            ::close(s_pipe[1]);
+        }
         s_pipe[0] = s_pipe[1] = -1;
         return;
     }

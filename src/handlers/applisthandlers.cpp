@@ -1,7 +1,6 @@
 #include "applisthandlers.h"
 
 #include "app.h"
-#include "core.h"
 #include "handlerutils.h"
 #include "l.h"
 #include "platform.h"
@@ -18,7 +17,7 @@ constexpr int maxIconSize = 1024;
 void InstalledAppsHandler::handle(const QJsonObject &, QWebSocket *socket)
 {
     QJsonArray apps;
-    for (App *app : Core::instance()->getSortedApps()) {
+    for (App *app : HandlerUtils::sortedApps()) {
         QJsonObject entry { { L::id, app->id }, { L::name, app->name } };
         if (app->running)
             entry.insert(L::status, L::running);

@@ -1,7 +1,6 @@
 #include "handlerutils.h"
 
 #include "app.h"
-#include "core.h"
 #include "l.h"
 #include "platform.h"
 
@@ -11,7 +10,15 @@
 
 namespace HandlerUtils {
 
-Platform *platform() { return Core::instance()->platform; }
+namespace {
+Context current;
+}
+
+void setContext(const Context &context) { current = context; }
+
+Platform *platform() { return current.platform; }
+
+QVector<App *> sortedApps() { return current.sortedApps ? current.sortedApps() : QVector<App *>(); }
 
 App *appOrCurrent(const QJsonObject &message)
 {

@@ -3,6 +3,9 @@
 #include <QByteArray>
 #include <QJsonObject>
 #include <QString>
+#include <QVector>
+
+#include <functional>
 
 class App;
 class Platform;
@@ -10,7 +13,17 @@ class QImage;
 class QPixmap;
 
 namespace HandlerUtils {
+// What the coordinator hands the handlers: the platform, and the installed applications in the
+// order clients see them. Set before the first request; the handlers reach nothing else above.
+struct Context
+{
+    Platform *platform = nullptr;
+    std::function<QVector<App *>()> sortedApps;
+};
+void setContext(const Context &context);
+
 Platform *platform();
+QVector<App *> sortedApps();
 // The application named by "i", or the one in front when "i" is empty.
 App *appOrCurrent(const QJsonObject &message);
 // The application named by "i"; null when "i" is empty or unknown.

@@ -9,11 +9,11 @@
 #include "iconthemes.h"
 #include "l.h"
 #include "linuxapp.h"
-#include "linuxfiles.h"
 #include "linuxlogging.h"
 #include "loginsession.h"
 #include "mediaplayers.h"
 #include "pulseaudio.h"
+#include "standardfileservices.h"
 #include "x11session.h"
 
 #include <QCoreApplication>
@@ -21,8 +21,6 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QIcon>
-#include <QMimeDatabase>
-#include <QPainter>
 #include <QSaveFile>
 #include <QStandardPaths>
 #include <QTimer>
@@ -67,41 +65,13 @@ QIcon iconFromGIcon(GIcon *gicon)
     return QIcon();
 }
 
-// A plain page, for files whose type has no icon in any installed theme.
-QPixmap genericFileIcon(int size)
-{
-    QPixmap pixmap(size, size);
-    pixmap.fill(Qt::transparent);
-    QPainter painter(&pixmap);
-    painter.setRenderHint(QPainter::Antialiasing);
-    const qreal margin = size * 0.15;
-    const QRectF page(margin, size * 0.06, size - 2 * margin, size * 0.88);
-    painter.setPen(QPen(QColor(0x70, 0x70, 0x70), qMax(1.0, size / 32.0)));
-    painter.setBrush(QColor(0xfa, 0xfa, 0xfa));
-    painter.drawRoundedRect(page, size * 0.05, size * 0.05);
-    painter.setPen(QPen(QColor(0xb0, 0xb0, 0xb0), qMax(1.0, size / 24.0)));
-    for (int line = 1; line <= 4; ++line) {
-        const qreal y = page.top() + page.height() * (0.2 + 0.15 * line);
-        painter.drawLine(QPointF(page.left() + page.width() * 0.18, y),
-            QPointF(page.right() - page.width() * 0.18, y));
-    }
-    return pixmap;
-}
-
-QPixmap fitSquare(const QPixmap &pixmap, int size)
-{
-    if (pixmap.isNull() || pixmap.width() <= size)
-        return pixmap;
-    return pixmap.scaled(size, size, Qt::KeepAspectRatio, Qt::SmoothTransformation);
-}
-
 } // namespace
 
 LinuxPlatform::LinuxPlatform(QObject *parent)
     : Platform(parent)
 {
     IconThemes::configure();
-    files = std::make_shared<LinuxFileServices>();
+    files = std::make_shared<StandardFileServices>();
     if (X11Session::available())
         m_session = new X11Session(this);
     else
@@ -478,44 +448,9 @@ void LinuxPlatform::setAutostart(bool enabled)
         qCWarning(lcLinux) << "Cannot write" << file << out.errorString();
 }
 
-QPixmap LinuxPlatform::iconForMimeType(const QString &mimeName, int size) const
-{
-    if (mimeName == QLatin1String("inode/directory")) {
-        for (const QString &name :
-            { QStringLiteral("folder"), QStringLiteral("inode-directory") }) {
-            if (QIcon::hasThemeIcon(name))
-                return fitSquare(QIcon::fromTheme(name).pixmap(size, size), size);
-        }
-    }
-    const QMimeType mime = QMimeDatabase().mimeTypeForName(mimeName);
-    QIcon icon;
-    if (mime.isValid()) {
-        for (const QString &name : { mime.iconName(), mime.genericIconName() }) {
-            if (!name.isEmpty() && QIcon::hasThemeIcon(name)) {
-                icon = QIcon::fromTheme(name);
-                break;
-            }
-        }
-    }
-    if (icon.isNull() && QIcon::hasThemeIcon(QStringLiteral("text-x-generic")))
-        icon = QIcon::fromTheme(QStringLiteral("text-x-generic"));
-    const QPixmap pixmap = icon.isNull() ? QPixmap() : icon.pixmap(size, size);
-    return pixmap.isNull() ? genericFileIcon(size) : fitSquare(pixmap, size);
-}
-
 QPixmap LinuxPlatform::iconForFileType(const QString &type, int size)
 {
-    QMimeDatabase database;
-    // A MIME type name ("image/png") or an extension ("png", ".png").
-    QMimeType mime = database.mimeTypeForName(type);
-    if (!mime.isValid()) {
-        QString extension = type;
-        if (extension.startsWith(QLatin1Char('.')))
-            extension.remove(0, 1);
-        mime = database.mimeTypeForFile(
-            QStringLiteral("file.") + extension, QMimeDatabase::MatchExtension);
-    }
-    return iconForMimeType(mime.name(), size);
+    return ::iconForFileType(type, size);
 }
 
 void LinuxPlatform::openFile(const QString &path, const QString &type, const QString &appId)

@@ -73,7 +73,6 @@ private:
     void findInstalledApps();
     void onAppInfoChanged();
     static void appInfoChangedCallback(GAppInfoMonitor *, void *self);
-    QPixmap iconForMimeType(const QString &mimeName, int size) const;
 
     // Running applications, followed through their windows.
     void startObserving();

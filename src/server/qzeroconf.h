@@ -7,9 +7,9 @@
 
 class QZeroConfPrivate;
 
-// Publishes one DNS-SD service through the system's dns_sd interface and turns its callbacks
-// into signals. Results are processed on the thread that owns the object, driven by a socket
-// notifier.
+// Publishes one DNS-SD service and turns the outcome into signals. The build chooses how: through
+// the system's dns_sd interface (results processed on the thread that owns the object, driven by
+// a socket notifier), or not at all.
 class QZeroConf : public QObject
 {
     Q_OBJECT
@@ -35,6 +35,8 @@ public:
     void addServiceTxtRecord(QString name);
     void clearServiceTxtRecords();
     QByteArray serviceTxtRecords() const;
+    // Why a publication fails when it does, in words for the log.
+    static QString unavailableReason();
 
 signals:
     void servicePublished();
@@ -43,4 +45,5 @@ signals:
 private:
     friend class QZeroConfPrivate;
     QScopedPointer<QZeroConfPrivate> d;
+    QByteArray m_txt;
 };

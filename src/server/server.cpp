@@ -15,6 +15,7 @@
 #include <QJsonDocument>
 #include <QNetworkInterface>
 #include <QSettings>
+#include <QSysInfo>
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QTimer>
@@ -26,8 +27,6 @@
 #include <QtEndian>
 #include <cerrno>
 #include <cstring>
-#include <netinet/in.h>
-#include <netinet/tcp.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 
@@ -67,10 +66,12 @@ QHostAddress plainAddress(const QHostAddress &address)
 
 QString operatingSystemName()
 {
-#ifdef Q_OS_MACOS
+#if defined(Q_OS_MACOS)
     return QStringLiteral("mac");
-#else
+#elif defined(Q_OS_LINUX)
     return QStringLiteral("linux");
+#else
+    return QSysInfo::kernelType();
 #endif
 }
 
@@ -201,14 +202,6 @@ void Server::startWebSocketServer()
     tcpServer = new QTcpServer;
 
     if (tcpServer->listen(QHostAddress::Any, port)) {
-        // A reply with an attachment leaves in several writes; with Nagle's algorithm the last
-        // piece would wait for the client's delayed acknowledgement (40 ms). Connections
-        // accepted from the listening socket inherit this; QWebSocket has no option for it.
-        const int on = 1;
-        if (::setsockopt(
-                int(tcpServer->socketDescriptor()), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on)
-            != 0)
-            qCWarning(lcServer) << "Cannot set TCP_NODELAY" << strerror(errno);
         connect(tcpServer, &QTcpServer::newConnection, this, &Server::onTcpConnection);
         connect(tcpServer, &QTcpServer::acceptError, this, &Server::onAcceptError);
         settings.setValue(QStringLiteral("lastUsedPort"), uint(port));
@@ -232,6 +225,9 @@ void Server::onTcpConnection()
     while (QTcpSocket *transport = tcpServer->nextPendingConnection()) {
         // The listening socket is replaced on restart; its connections must outlive it.
         transport->setParent(this);
+        // A reply with an attachment leaves in several writes; with Nagle's algorithm the last
+        // piece would wait for the client's delayed acknowledgement (40 ms).
+        transport->setSocketOption(QAbstractSocket::LowDelayOption, 1);
         const QHostAddress peer = plainAddress(transport->peerAddress());
         if (isRefused(peer)) {
             transport->abort();
@@ -764,7 +760,8 @@ void Server::onZeroConfError(QZeroConf::error_t error)
     if (!zeroConf.publishExists() && !notAdvertisedReported) {
         notAdvertisedReported = true;
         qCWarning(lcZeroConf).noquote()
-            << "This computer is not advertised on the network (no DNS-SD daemon answers):"
+            << QStringLiteral("This computer is not advertised on the network (%1):")
+                   .arg(QZeroConf::unavailableReason())
             << "clients must be given its address and port" << serverPort();
     }
 }

@@ -6,14 +6,13 @@
 #include "authenticationhandler.h"
 #include "commandhandlers.h"
 #include "filehandlers.h"
+#include "handlerutils.h"
 #include "http.h"
 #include "httputils.h"
-#include "idle.h"
 #include "json.h"
 #include "l.h"
 #include "menufocushandlers.h"
 #include "platform.h"
-#include "platformfactory.h"
 #include "server.h"
 #include "systemhandlers.h"
 #include "website.h"
@@ -35,22 +34,14 @@ const QString preventSleepKey = QStringLiteral("preventSleep");
 const QString sleepReason = QStringLiteral("Velm client connected");
 } // namespace
 
-Core *Core::instance()
-{
-    if (!theInstance)
-        new Core();
-    return theInstance;
-}
-
-Core::Core(QObject *parent)
-    : Core(createPlatform(nullptr), parent)
-{ }
+Core *Core::current() { return theInstance; }
 
 Core::Core(Platform *platform, QObject *parent)
     : QObject(parent)
     , platform(platform)
 {
     theInstance = this;
+    HandlerUtils::setContext({ platform, [this] { return getSortedApps(); } });
     App::setWebsites(&websites);
     platform->setParent(this);
     connect(platform, &Platform::ready, this, &Core::onPlatformReady);
@@ -60,8 +51,10 @@ Core::~Core()
 {
     App::setServer(nullptr);
     App::setWebsites(nullptr);
-    if (theInstance == this)
+    if (theInstance == this) {
         theInstance = nullptr;
+        HandlerUtils::setContext({});
+    }
 }
 
 void Core::start()
@@ -183,7 +176,13 @@ void Core::setPreventSleep(bool on)
 {
     QSettings().setValue(preventSleepKey, on);
     if (!on)
-        Idle::allowDisplaySleep();
+        allowDisplaySleep();
+}
+
+void Core::allowDisplaySleep()
+{
+    if (displaySleep.allow)
+        displaySleep.allow();
 }
 
 QVector<App *> &Core::getSortedApps()
@@ -231,12 +230,14 @@ void Core::onClientTotalChanged(int count)
         return;
     if (getPreventSleep()) {
         if (count == 1) {
-            Idle::preventDisplaySleep(sleepReason);
+            if (displaySleep.prevent)
+                displaySleep.prevent(sleepReason);
             // The only retry of a failed catalogue load, and only with this setting on.
             if (websites.isEmpty())
                 loadWebsites();
-        } else
-            Idle::allowDisplaySleep();
+        } else {
+            allowDisplaySleep();
+        }
     }
     platform->setActive(count != 0);
 }

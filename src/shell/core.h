@@ -22,6 +22,8 @@ class Core : public QObject
 public:
     // The single instance, created on first use with the build's platform.
     static Core *instance();
+    // The instance, or null before one is made.
+    static Core *current();
 
     // Makes this the instance, with the build's platform.
     explicit Core(QObject *parent = nullptr);
@@ -35,6 +37,16 @@ public:
     void loadWebsites();
     // The site host names ("d") of a catalogue document, in order, empty ones left out.
     static QStringList siteHosts(const QByteArray &catalogue);
+
+    // How the display is kept awake while clients are connected: the build's Idle, handed over
+    // by whoever makes the coordinator with the build's platform. Without it nothing is kept
+    // awake, so that the coordinator needs no backend.
+    struct DisplaySleep
+    {
+        std::function<bool(const QString &)> prevent;
+        std::function<bool()> allow;
+    };
+    void setDisplaySleep(const DisplaySleep &functions) { displaySleep = functions; }
 
     QMap<QString, Website *> websites;
     Platform *platform = nullptr;
@@ -64,6 +76,9 @@ private slots:
     void onClientTotalChanged(int count);
 
 private:
+    void allowDisplaySleep();
+
+    DisplaySleep displaySleep;
     QVector<App *> sortedApps;
     QHash<QString, std::function<void()>> systemCommands;
 };

@@ -1,5 +1,6 @@
 #include "corefixture.h"
 #include "dbusmock.h"
+#include "idle.h"
 #include "l.h"
 #include "logcapture.h"
 #include "testenvironment.h"
@@ -50,6 +51,14 @@ QStringList methods(const QList<DBusMock::Call> &calls)
 
 // The coordinator: first run, client counting, sleep prevention against the session's
 // ScreenSaver service, system commands.
+namespace {
+// The coordinator with the build's sleep prevention, as the program makes it.
+void useIdle(CoreFixture &f)
+{
+    f.core->setDisplaySleep({ &Idle::preventDisplaySleep, &Idle::allowDisplaySleep });
+}
+} // namespace
+
 class TestCore : public QObject
 {
     Q_OBJECT
@@ -75,6 +84,7 @@ void TestCore::initTestCase()
 void TestCore::firstRunRegistersLoginItem()
 {
     CoreFixture f;
+    useIdle(f);
     QVERIFY(!QSettings().contains(QStringLiteral("autoStart")));
     QVERIFY(f.start());
     QCOMPARE(QSettings().value(QStringLiteral("autoStart")).toBool(), true);
@@ -85,6 +95,7 @@ void TestCore::firstRunRegistersLoginItem()
 void TestCore::laterRunKeepsChoice()
 {
     CoreFixture f;
+    useIdle(f);
     QSettings().setValue(QStringLiteral("autoStart"), false);
     QVERIFY(f.start());
     QVERIFY(!f.platform->calls.contains(QStringLiteral("setAutostart(true)")));
@@ -97,6 +108,7 @@ void TestCore::laterRunKeepsChoice()
 void TestCore::preventSleepOffStillActivates()
 {
     CoreFixture f;
+    useIdle(f);
     QVERIFY(!f.core->getPreventSleep());
     QVERIFY(f.start());
     QVERIFY(f.connectClient(QStringLiteral("phone")));
@@ -109,6 +121,7 @@ void TestCore::preventSleepOffStillActivates()
 void TestCore::clientCountsDriveSleepAndActivity()
 {
     CoreFixture f(true);
+    useIdle(f);
     QVERIFY(f.core->getPreventSleep());
     QVERIFY(f.start());
     ProtocolClient *one = f.connectClient(QStringLiteral("one"));
@@ -153,6 +166,7 @@ void TestCore::clientCountsDriveSleepAndActivity()
 void TestCore::switchingPreventSleepOffReleasesAtOnce()
 {
     CoreFixture f(true);
+    useIdle(f);
     QVERIFY(f.start());
     QVERIFY(f.connectClient(QStringLiteral("phone")));
     QTRY_COMPARE(methods(screenSaverCalls()), QStringList { QStringLiteral("Inhibit") });
@@ -168,6 +182,7 @@ void TestCore::switchingPreventSleepOffReleasesAtOnce()
 void TestCore::sleepRequestReachesPlatformSilently()
 {
     CoreFixture f;
+    useIdle(f);
     QVERIFY(f.start());
     ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
     QVERIFY(client);
@@ -181,6 +196,7 @@ void TestCore::sleepRequestReachesPlatformSilently()
 void TestCore::applicationOrderOnlyWhileConnected()
 {
     CoreFixture f;
+    useIdle(f);
     f.platform->addApp(QStringLiteral("a"), QStringLiteral("A"), 1);
     f.platform->addApp(QStringLiteral("b"), QStringLiteral("B"), 2);
     QVERIFY(f.start());

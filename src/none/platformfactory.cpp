@@ -1,0 +1,5 @@
+#include "platformfactory.h"
+
+#include "noneplatform.h"
+
+Platform *createPlatform(QObject *parent) { return new NonePlatform(parent); }
