@@ -1,6 +1,7 @@
 # Velm Server. `make run` installs what is missing and runs the server; `make test` installs,
 # builds and runs the whole suite (unit, integration and rig tests), once as a normal build and
-# once under AddressSanitizer and UndefinedBehaviorSanitizer.
+# once under AddressSanitizer and UndefinedBehaviorSanitizer, then the portable tests in a build
+# without a desktop backend.
 
 WERROR ?= $(if $(CI),ON,OFF)
 JOBS ?= $(shell nproc)
@@ -8,12 +9,13 @@ FUZZ_SECONDS ?= 20
 FUZZ_RUNS ?= 0
 DEV := build/dev
 ASAN := build/asan
+NONE := build/none
 RELEASE := build/release
 FUZZ := build/fuzz
 # Without a display the server runs on Qt's offscreen platform.
 HEADLESS := $(if $(DISPLAY)$(WAYLAND_DISPLAY),,QT_QPA_PLATFORM=offscreen)
 
-.PHONY: all deps build build-asan test test-dev test-asan run install translations screenshots \
+.PHONY: all deps build build-asan test test-dev test-asan test-none run install translations screenshots \
 	bench fuzz fuzz-long format clean
 PREFIX ?= /usr/local
 
@@ -29,6 +31,15 @@ $(ASAN)/build.ninja:
 	cmake -S . -B $(ASAN) -G Ninja -DCMAKE_BUILD_TYPE=Debug -DVELM_WERROR=$(WERROR) \
 		-DVELM_SANITIZE=ON -DVELM_BUILD_BENCH=OFF
 
+# The build without a desktop backend, configured with the desktop libraries out of sight (no
+# pkg-config files, KWindowSystem's CMake package disabled), so that a dependency on them
+# cannot creep into the portable layers.
+HIDDEN := PKG_CONFIG_LIBDIR=$(CURDIR)/$(NONE)/no-pkg-config
+$(NONE)/build.ninja:
+	mkdir -p $(NONE)/no-pkg-config
+	$(HIDDEN) cmake -S . -B $(NONE) -G Ninja -DCMAKE_BUILD_TYPE=Debug -DVELM_WERROR=$(WERROR) \
+		-DVELM_PLATFORM=none -DVELM_BUILD_BENCH=OFF -DCMAKE_DISABLE_FIND_PACKAGE_KF5WindowSystem=ON
+
 $(RELEASE)/build.ninja:
 	cmake -S . -B $(RELEASE) -G Ninja -DCMAKE_BUILD_TYPE=Release -DVELM_BUILD_TESTS=OFF
 
@@ -38,7 +49,7 @@ build: deps $(DEV)/build.ninja
 build-asan: deps $(ASAN)/build.ninja
 	cmake --build $(ASAN) -j $(JOBS)
 
-test: test-dev test-asan
+test: test-dev test-asan test-none
 
 test-dev: build
 	cd $(DEV) && ctest --output-on-failure --timeout 300
@@ -48,6 +59,11 @@ test-asan: build-asan
 		UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
 		LSAN_OPTIONS=suppressions=$(CURDIR)/tests/lsan.supp \
 		ctest --output-on-failure --timeout 600
+
+# The portable tests (and the check of what their binaries link) in the build without a backend.
+test-none: deps $(NONE)/build.ninja
+	$(HIDDEN) cmake --build $(NONE) -j $(JOBS) --target portable_tests
+	cd $(NONE) && ctest -L portable --output-on-failure --timeout 300
 
 run: build
 	$(HEADLESS) $(DEV)/src/shell/velm-server

@@ -17,6 +17,21 @@
     </message>
 </context>
 <context>
+    <name>desktop</name>
+    <message>
+        <source>Open the accessibility settings of your desktop (GNOME: Settings, Accessibility; KDE Plasma: System Settings, Accessibility)</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Turn on the support for assistive technologies (on GNOME you can also run &lt;code&gt;gsettings set org.gnome.desktop.interface toolkit-accessibility true&lt;/code&gt;)</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Restart the applications you want to control, or log out and back in</source>
+        <translation type="unfinished"></translation>
+    </message>
+</context>
+<context>
     <name>Preferences</name>
     <message>
         <source>%1 Preferences</source>
@@ -172,18 +187,6 @@
     </message>
     <message>
         <source>To turn them on:</source>
-        <translation type="unfinished"></translation>
-    </message>
-    <message>
-        <source>Open the accessibility settings of your desktop (GNOME: Settings, Accessibility; KDE Plasma: System Settings, Accessibility)</source>
-        <translation type="unfinished"></translation>
-    </message>
-    <message>
-        <source>Turn on the support for assistive technologies (on GNOME you can also run &lt;code&gt;gsettings set org.gnome.desktop.interface toolkit-accessibility true&lt;/code&gt;)</source>
-        <translation type="unfinished"></translation>
-    </message>
-    <message>
-        <source>Restart the applications you want to control, or log out and back in</source>
         <translation type="unfinished"></translation>
     </message>
 </context>

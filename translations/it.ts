@@ -17,6 +17,21 @@
     </message>
 </context>
 <context>
+    <name>desktop</name>
+    <message>
+        <source>Open the accessibility settings of your desktop (GNOME: Settings, Accessibility; KDE Plasma: System Settings, Accessibility)</source>
+        <translation>Apri le impostazioni di accessibilità del tuo desktop (GNOME: Impostazioni, Accessibilità; KDE Plasma: Impostazioni di sistema, Accessibilità)</translation>
+    </message>
+    <message>
+        <source>Turn on the support for assistive technologies (on GNOME you can also run &lt;code&gt;gsettings set org.gnome.desktop.interface toolkit-accessibility true&lt;/code&gt;)</source>
+        <translation>Attiva il supporto alle tecnologie assistive (su GNOME puoi anche eseguire &lt;code&gt;gsettings set org.gnome.desktop.interface toolkit-accessibility true&lt;/code&gt;)</translation>
+    </message>
+    <message>
+        <source>Restart the applications you want to control, or log out and back in</source>
+        <translation>Riavvia le applicazioni che vuoi controllare, oppure esci e rientra nella sessione</translation>
+    </message>
+</context>
+<context>
     <name>Preferences</name>
     <message>
         <source>%1 Preferences</source>
@@ -173,18 +188,6 @@
     <message>
         <source>To turn them on:</source>
         <translation>Per attivarle:</translation>
-    </message>
-    <message>
-        <source>Open the accessibility settings of your desktop (GNOME: Settings, Accessibility; KDE Plasma: System Settings, Accessibility)</source>
-        <translation>Apri le impostazioni di accessibilità del tuo desktop (GNOME: Impostazioni, Accessibilità; KDE Plasma: Impostazioni di sistema, Accessibilità)</translation>
-    </message>
-    <message>
-        <source>Turn on the support for assistive technologies (on GNOME you can also run &lt;code&gt;gsettings set org.gnome.desktop.interface toolkit-accessibility true&lt;/code&gt;)</source>
-        <translation>Attiva il supporto alle tecnologie assistive (su GNOME puoi anche eseguire &lt;code&gt;gsettings set org.gnome.desktop.interface toolkit-accessibility true&lt;/code&gt;)</translation>
-    </message>
-    <message>
-        <source>Restart the applications you want to control, or log out and back in</source>
-        <translation>Riavvia le applicazioni che vuoi controllare, oppure esci e rientra nella sessione</translation>
     </message>
 </context>
 <context>

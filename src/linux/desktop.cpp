@@ -3,6 +3,7 @@
 #include "constants.h"
 #include "linuxlogging.h"
 
+#include <QCoreApplication>
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
 #include <QDBusMessage>
@@ -97,4 +98,19 @@ QVariant desktop::lightFont(int)
 {
     // Linux desktops have no dedicated thin system face; callers pick their own light font.
     return QVariant();
+}
+
+QStringList desktop::accessibilitySteps()
+{
+    // The desktop decides whether applications expose their menus and fields; the steps name
+    // where the common desktops keep that switch.
+    return { QCoreApplication::translate("desktop",
+                 "Open the accessibility settings of your desktop (GNOME: Settings, "
+                 "Accessibility; KDE Plasma: System Settings, Accessibility)"),
+        QCoreApplication::translate("desktop",
+            "Turn on the support for assistive technologies (on GNOME you can also run "
+            "<code>gsettings set org.gnome.desktop.interface toolkit-accessibility "
+            "true</code>)"),
+        QCoreApplication::translate(
+            "desktop", "Restart the applications you want to control, or log out and back in") };
 }

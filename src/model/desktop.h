@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QString>
+#include <QStringList>
 #include <QVariant>
 
 // Desktop services the interface uses, carried out by the build's platform backend.
@@ -15,4 +16,7 @@ void showInFinder(const QString &path);
 bool isHiDPI();
 // The desktop's thin system font at that size, or an invalid variant when it has none.
 QVariant lightFont(int size);
+// How a person turns on what menus and fields need on this desktop (accessibility), as the
+// steps of a numbered list in rich text; empty where nothing needs turning on.
+QStringList accessibilitySteps();
 } // namespace desktop

@@ -2,6 +2,7 @@
 
 #include "constants.h"
 #include "core.h"
+#include "desktop.h"
 #include "iconutils.h"
 #include "platform.h"
 
@@ -98,19 +99,12 @@ void WelcomeView::updateContents()
             + QStringLiteral("' style='vertical-align: bottom'>&nbsp; ")
             + tr("%1 lives as a tray icon on your menu bar.").arg(Constants::NAME);
     } else {
-        // The desktop decides whether applications expose their menus and fields; the steps
-        // name where the common desktops keep that switch.
+        // The steps are the desktop's own: the backend knows where its switch is.
         text += tr("%1 needs permissions to use accessibility features.").arg(Constants::NAME)
-            + QStringLiteral(" ") + tr("To turn them on:") + QStringLiteral("<ol><li>")
-            + tr("Open the accessibility settings of your desktop (GNOME: Settings, "
-                 "Accessibility; KDE Plasma: System Settings, Accessibility)")
-            + QStringLiteral("<li>")
-            + tr("Turn on the support for assistive technologies (on GNOME you can also run "
-                 "<code>gsettings set org.gnome.desktop.interface toolkit-accessibility "
-                 "true</code>)")
-            + QStringLiteral("<li>")
-            + tr("Restart the applications you want to control, or log out and back in")
-            + QStringLiteral("</ol>");
+            + QStringLiteral(" ") + tr("To turn them on:") + QStringLiteral("<ol>");
+        for (const QString &step : desktop::accessibilitySteps())
+            text += QStringLiteral("<li>") + step;
+        text += QStringLiteral("</ol>");
     }
     textLabel->setText(text);
 }
