@@ -1,6 +1,6 @@
 #include "keys.h"
 
-#include "x11session.h"
+#include "windowsession.h"
 
 #include <xkbcommon/xkbcommon-keysyms.h>
 
@@ -85,7 +85,7 @@ const struct
     { "right", XKB_KEY_Right, 114 }, { "down", XKB_KEY_Down, 116 }, { "up", XKB_KEY_Up, 111 } };
 } // namespace
 
-Table::Table(const X11Session *session)
+Table::Table(const WindowSession *session)
 {
     const bool layout = session && session->hasLayout();
     if (layout) {

@@ -5,7 +5,7 @@
 #include <QString>
 #include <QStringList>
 
-class X11Session;
+class WindowSession;
 
 // Key sequences as clients write them ("Ctrl+Shift+t", "a,,b", "Ctrl+,") and the table that
 // turns key names into X keycodes.
@@ -32,7 +32,7 @@ Chord parse(const QString &shortcut);
 class Table
 {
 public:
-    explicit Table(const X11Session *session);
+    explicit Table(const WindowSession *session);
     // 0 when the name is unknown here.
     unsigned code(const QByteArray &name) const { return codes.value(name); }
     // The keycodes of the modifier keys in `modifiers`, in the order Ctrl, Shift, Alt, Meta.

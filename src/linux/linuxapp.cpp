@@ -8,7 +8,7 @@
 #include "l.h"
 #include "linuxlogging.h"
 #include "random.h"
-#include "x11session.h"
+#include "windowsession.h"
 
 #include <KStartupInfo>
 #include <QFileInfo>
@@ -21,10 +21,18 @@ namespace {
 // How long keys wait for the window manager to bring their application forward.
 constexpr int activationTimeout = 300;
 
-// Built on the first shortcut from the layout the X server has then, and kept.
-const Keys::Table &keyTable(const X11Session *session)
+// Built from the session's layout on the first shortcut, and again after the layout changed
+// (a Wayland compositor tells when it does; an X server's layout is read once).
+const Keys::Table &keyTable(const WindowSession *session)
 {
-    static const Keys::Table table(session);
+    static const WindowSession *builtFor = nullptr;
+    static int generation = -1;
+    static Keys::Table table(nullptr);
+    if (builtFor != session || generation != session->layoutGeneration()) {
+        table = Keys::Table(session);
+        builtFor = session;
+        generation = session->layoutGeneration();
+    }
     return table;
 }
 } // namespace
@@ -67,7 +75,7 @@ bool LinuxApp::launchWith(const QStringList &uris)
     GAppLaunchContext *context = g_app_launch_context_new();
     // Startup notification: the desktop shows that something is starting, and the new window
     // is allowed to take the focus.
-    if (X11Session::available() && G_IS_DESKTOP_APP_INFO(info)
+    if (session && session->kind() == QLatin1String("X11") && G_IS_DESKTOP_APP_INFO(info)
         && g_desktop_app_info_get_boolean(G_DESKTOP_APP_INFO(info), "StartupNotify")) {
         KStartupInfoId startup;
         startup.initId(KStartupInfo::createNewStartupId());
@@ -234,7 +242,8 @@ void LinuxApp::performKeySequence(const QString &keys)
             qCWarning(lcLinux) << "Window did not become active" << id;
             typePendingKeys();
         });
-        connect(session, &X11Session::activeWindowChanged, this, &LinuxApp::onActiveWindowChanged);
+        connect(
+            session, &WindowSession::activeWindowChanged, this, &LinuxApp::onActiveWindowChanged);
     }
     session->activate(recentWindow());
     m_activationTimer->start();

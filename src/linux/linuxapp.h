@@ -11,7 +11,7 @@
 typedef struct _GAppInfo GAppInfo;
 class Accessibility;
 class QTimer;
-class X11Session;
+class WindowSession;
 
 // An application: from its desktop entry, or found through a window of a program that has
 // none. Launching goes through GIO; window control and input go through the X11 session,
@@ -31,7 +31,7 @@ public:
     bool launchWith(const QStringList &uris);
 
     // Set by the platform: the session, and the regular windows in the order they appeared.
-    X11Session *session = nullptr;
+    WindowSession *session = nullptr;
     QList<WId> windows;
     // Set by the platform when the accessibility bus is there.
     Accessibility *accessibility = nullptr;

@@ -14,6 +14,8 @@
 #include "mediaplayers.h"
 #include "pulseaudio.h"
 #include "standardfileservices.h"
+#include "waylandconnection.h"
+#include "wlrootssession.h"
 #include "x11session.h"
 
 #include <QCoreApplication>
@@ -65,6 +67,25 @@ QIcon iconFromGIcon(GIcon *gicon)
     return QIcon();
 }
 
+// The best way to reach other applications' windows that the session offers. On a Wayland
+// session, the compositor's own protocols see native windows and XWayland ones alike; X11
+// alone would see only the latter.
+WindowSession *chooseWindowSession(QObject *parent)
+{
+    if (WaylandConnection::sessionIsWayland()) {
+        auto *connection = new WaylandConnection;
+        if (WlrootsSession::offeredBy(connection))
+            return new WlrootsSession(connection, parent);
+        delete connection;
+        if (X11Session::available())
+            qCWarning(lcLinux) << "The compositor offers no window protocol we know: only "
+                                  "XWayland windows are followed";
+    }
+    if (X11Session::available())
+        return new X11Session(parent);
+    return nullptr;
+}
+
 } // namespace
 
 LinuxPlatform::LinuxPlatform(QObject *parent)
@@ -72,11 +93,15 @@ LinuxPlatform::LinuxPlatform(QObject *parent)
 {
     IconThemes::configure();
     files = std::make_shared<StandardFileServices>();
-    if (X11Session::available())
-        m_session = new X11Session(this);
-    else
-        // Windows and input need an X server (XWayland counts); launching works without.
-        qCWarning(lcLinux) << "No X server: window control and keys are unavailable";
+    m_session = chooseWindowSession(this);
+    if (m_session) {
+        connect(m_session, &WindowSession::capabilitiesChanged, this,
+            &LinuxPlatform::refreshUnsupported);
+    } else {
+        // Launching works without.
+        qCWarning(lcLinux) << "No X server or window protocols of the compositor: window "
+                              "control and keys are unavailable";
+    }
     m_backlight = new Backlight;
     refreshUnsupported();
 }
@@ -204,8 +229,12 @@ void LinuxPlatform::setActive(bool active)
 void LinuxPlatform::refreshUnsupported()
 {
     QStringList codes;
-    // Menus and fields are those of the application in front, which takes X to know.
-    if (!m_a11y || !m_a11y->isStarted() || !m_session)
+    using Session = WindowSession;
+    const Session::Capabilities can
+        = m_session ? m_session->capabilities() : Session::Capabilities();
+    // Menus and fields are those of the application in front, found on the accessibility bus
+    // by the processes of its windows.
+    if (!m_a11y || !m_a11y->isStarted() || !(can & Session::ProcessIds))
         codes << L::appMenu << L::performMenu << L::focusValue << L::performFocus
               << L::focusedElement;
     if (!m_backlight->isAvailable())
@@ -222,13 +251,22 @@ void LinuxPlatform::refreshUnsupported()
         codes << L::restart;
     if (!m_login || !m_login->canPowerOff())
         codes << L::shutdown;
-    // Media keys are the fallback when no player is on the bus; they need X.
-    if (!m_session && (!m_media || m_media->isEmpty()))
+    // Media keys are the fallback when no player is on the bus.
+    if (!(can & Session::Keys) && (!m_media || m_media->isEmpty()))
         codes << L::playPause << L::previousTrack << L::nextTrack;
-    if (!m_session) {
-        codes << L::currentApp << L::closeApp << L::quitApp << L::toggleMinimizeApp
-              << L::toggleMaximizeApp << L::toggleFullscreenApp << L::appScroll << L::keySequence;
-    }
+    if (!(can & Session::ListWindows))
+        codes << L::currentApp;
+    if (!(can & Session::Close))
+        codes << L::closeApp << L::quitApp;
+    if (!(can & Session::Minimize))
+        codes << L::toggleMinimizeApp;
+    // Each of the two falls back on the other.
+    if (!(can & (Session::Maximize | Session::Fullscreen)))
+        codes << L::toggleMaximizeApp << L::toggleFullscreenApp;
+    if (!(can & Session::Scroll))
+        codes << L::appScroll;
+    if (!(can & Session::Keys))
+        codes << L::keySequence;
     if (codes == unsupported)
         return;
     unsupported = codes;
@@ -240,11 +278,12 @@ void LinuxPlatform::startObserving()
     m_observing = true;
     if (!m_session)
         return;
-    connect(m_session, &X11Session::windowAdded, this, [this](WId id) { addWindows({ id }); });
-    connect(m_session, &X11Session::windowRemoved, this, [this](WId id) { removeWindows({ id }); });
-    connect(m_session, &X11Session::windowChanged, this, &LinuxPlatform::onWindowChanged);
+    connect(m_session, &WindowSession::windowAdded, this, [this](WId id) { addWindows({ id }); });
     connect(
-        m_session, &X11Session::activeWindowChanged, this, &LinuxPlatform::onActiveWindowChanged);
+        m_session, &WindowSession::windowRemoved, this, [this](WId id) { removeWindows({ id }); });
+    connect(m_session, &WindowSession::windowChanged, this, &LinuxPlatform::onWindowChanged);
+    connect(m_session, &WindowSession::activeWindowChanged, this,
+        &LinuxPlatform::onActiveWindowChanged);
     addWindows(m_session->windows());
     onActiveWindowChanged(m_session->activeWindow());
 }
@@ -271,7 +310,7 @@ QString entryExecutable(GAppInfo *info)
 }
 } // namespace
 
-LinuxApp *LinuxPlatform::matchWindow(const X11Window &window) const
+LinuxApp *LinuxPlatform::matchWindow(const DesktopWindow &window) const
 {
     auto byId = [this](const QByteArray &name) -> LinuxApp * {
         QString id = QString::fromUtf8(name);
@@ -320,7 +359,7 @@ LinuxApp *LinuxPlatform::matchWindow(const X11Window &window) const
     return nullptr;
 }
 
-LinuxApp *LinuxPlatform::appForWindow(const X11Window &window)
+LinuxApp *LinuxPlatform::appForWindow(const DesktopWindow &window)
 {
     if (!window.regular)
         return nullptr;
@@ -412,7 +451,7 @@ void LinuxPlatform::onActiveWindowChanged(WId window)
     // Dialogs and docks leave the application as it was; an unknown window has none.
     LinuxApp *app = m_windowApps.value(window);
     if (!app && window) {
-        const X11Window info = m_session->window(window);
+        const DesktopWindow info = m_session->window(window);
         if (!info.regular)
             app = matchWindow(info);
     }

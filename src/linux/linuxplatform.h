@@ -14,8 +14,8 @@ class LoginSession;
 class MediaPlayers;
 class PulseAudio;
 class QTimer;
-class X11Session;
-struct X11Window;
+class WindowSession;
+struct DesktopWindow;
 
 // The Linux desktop: applications from the desktop entries GIO knows, files through GIO and
 // the freedesktop MIME and icon-theme databases. What this machine cannot do yet is listed in
@@ -29,10 +29,10 @@ public:
 
     // Where the login item lives: $XDG_CONFIG_HOME/autostart/velm-server.desktop.
     static QString autostartFile();
-    // Null without an X server.
-    X11Session *session() const { return m_session; }
+    // How windows and input are reached in this desktop session; null without any way.
+    WindowSession *session() const { return m_session; }
     // The application a window belongs to, found as for a new window (no App is made).
-    LinuxApp *matchWindow(const X11Window &window) const;
+    LinuxApp *matchWindow(const DesktopWindow &window) const;
     // Null before init().
     LoginSession *loginSession() const { return m_login; }
     MediaPlayers *mediaPlayers() const { return m_media; }
@@ -81,13 +81,13 @@ private:
     void onWindowChanged(WId window);
     void onActiveWindowChanged(WId window);
     // The application of a regular window, made on first sight when no entry matches.
-    LinuxApp *appForWindow(const X11Window &window);
+    LinuxApp *appForWindow(const DesktopWindow &window);
     // Lists what this machine cannot serve now; announces it when that changed.
     void refreshUnsupported();
     void mediaCommand(int command, unsigned keysym);
 
     GAppInfoMonitor *m_monitor = nullptr;
-    X11Session *m_session = nullptr;
+    WindowSession *m_session = nullptr;
     PulseAudio *m_pulse = nullptr;
     Accessibility *m_a11y = nullptr;
     // Accessibility was on when the program started; turned on by us, applications that run

@@ -22,7 +22,7 @@ constexpr NET::WindowTypes typeMask = NET::NormalMask | NET::DesktopMask | NET::
 } // namespace
 
 X11Session::X11Session(QObject *parent)
-    : QObject(parent)
+    : WindowSession(parent)
 {
     if (!available())
         return;
@@ -48,19 +48,30 @@ X11Session::X11Session(QObject *parent)
         context = xkb_context_new(XKB_CONTEXT_NO_FLAGS);
         const int32_t device = xkb_x11_get_core_keyboard_device_id(connection);
         if (context && device >= 0)
-            keymap = xkb_x11_keymap_new_from_device(
-                context, connection, device, XKB_KEYMAP_COMPILE_NO_FLAGS);
+            setKeymap(xkb_x11_keymap_new_from_device(
+                context, connection, device, XKB_KEYMAP_COMPILE_NO_FLAGS));
     }
-    if (!keymap)
+    if (!hasLayout())
         qCWarning(lcLinux) << "No keyboard layout from the X server";
 }
 
 X11Session::~X11Session()
 {
-    if (keymap)
-        xkb_keymap_unref(keymap);
+    // The keymap goes before its context.
+    setKeymap(nullptr);
     if (context)
         xkb_context_unref(context);
+}
+
+WindowSession::Capabilities X11Session::capabilities() const
+{
+    if (!connection)
+        return {};
+    Capabilities all
+        = ListWindows | Activate | Close | Minimize | Maximize | Keys | Scroll | ProcessIds;
+    if (fullscreenSupported())
+        all |= Fullscreen;
+    return all;
 }
 
 bool X11Session::available()
@@ -77,9 +88,9 @@ QList<WId> X11Session::stackingOrder() const
 
 WId X11Session::activeWindow() const { return connection ? KX11Extras::activeWindow() : 0; }
 
-X11Window X11Session::window(WId id) const
+DesktopWindow X11Session::window(WId id) const
 {
-    X11Window result;
+    DesktopWindow result;
     result.id = id;
     if (!connection)
         return result;
@@ -181,51 +192,6 @@ void X11Session::scroll(bool up)
     xcb_test_fake_input(
         connection, XCB_BUTTON_RELEASE, button, XCB_CURRENT_TIME, XCB_NONE, 0, 0, 0);
     xcb_flush(connection);
-}
-
-unsigned X11Session::keycodeFor(unsigned keysym) const
-{
-    if (!keymap)
-        return 0;
-    unsigned fallback = 0;
-    const xkb_keycode_t min = xkb_keymap_min_keycode(keymap);
-    const xkb_keycode_t max = xkb_keymap_max_keycode(keymap);
-    for (xkb_keycode_t code = min; code <= max; ++code) {
-        const xkb_level_index_t levels = xkb_keymap_num_levels_for_key(keymap, code, 0);
-        for (xkb_level_index_t level = 0; level < levels; ++level) {
-            const xkb_keysym_t *syms = nullptr;
-            const int count = xkb_keymap_key_get_syms_by_level(keymap, code, 0, level, &syms);
-            for (int i = 0; i < count; ++i) {
-                if (syms[i] != keysym)
-                    continue;
-                if (level == 0)
-                    return code;
-                if (!fallback)
-                    fallback = code;
-            }
-        }
-    }
-    return fallback;
-}
-
-QHash<QByteArray, unsigned> X11Session::layoutCharacters() const
-{
-    QHash<QByteArray, unsigned> table;
-    if (!keymap)
-        return table;
-    const xkb_keycode_t min = xkb_keymap_min_keycode(keymap);
-    const xkb_keycode_t max = xkb_keymap_max_keycode(keymap);
-    for (xkb_keycode_t code = min; code <= max && code <= 255; ++code) {
-        const xkb_keysym_t *syms = nullptr;
-        if (xkb_keymap_key_get_syms_by_level(keymap, code, 0, 0, &syms) < 1)
-            continue;
-        char text[16] = {};
-        const int size = xkb_keysym_to_utf8(syms[0], text, sizeof text);
-        // Control characters (Return, Tab, Escape) are named keys, not text.
-        if (size > 1 && static_cast<unsigned char>(text[0]) >= 0x20 && text[0] != 0x7f)
-            table.insert(QByteArray(text), code);
-    }
-    return table;
 }
 
 void X11Session::fakeKey(unsigned keycode, bool press)

@@ -8,33 +8,15 @@
 #include <QString>
 #include <QWindow>
 
-struct xkb_context;
-struct xkb_keymap;
-typedef struct xcb_connection_t xcb_connection_t;
+#include "windowsession.h"
 
-// What the desktop says about one top-level window.
-struct X11Window
-{
-    WId id = 0;
-    // A normal window that a taskbar would show: what "regular" means on Linux.
-    bool regular = false;
-    QByteArray gtkApplicationId;
-    QByteArray desktopFileName;
-    QByteArray className; // WM_CLASS class part ("Firefox")
-    QByteArray instanceName; // WM_CLASS instance part ("Navigator")
-    int pid = 0;
-    QString title;
-    bool minimized = false;
-    bool maximized = false;
-    bool fullscreen = false;
-    bool fullscreenAllowed = false;
-};
+struct xkb_context;
+typedef struct xcb_connection_t xcb_connection_t;
 
 // The X11 desktop (also XWayland windows): the window list with its changes, the active window,
 // window state requests through the window manager, and synthetic input through XTest with the
-// keyboard layout read by xkbcommon. Everything the Linux backend does to other applications'
-// windows goes through here; without an X server it reports itself unavailable.
-class X11Session : public QObject
+// keyboard layout read by xkbcommon. Without an X server it reports itself unavailable.
+class X11Session : public WindowSession
 {
     Q_OBJECT
 public:
@@ -44,40 +26,26 @@ public:
     // An X server is there and Qt talks to it.
     static bool available();
 
-    QList<WId> windows() const;
-    // Bottom to top.
-    QList<WId> stackingOrder() const;
-    WId activeWindow() const;
-    X11Window window(WId id) const;
-    // The icon the window carries itself (_NET_WM_ICON), at the sizes it offers.
-    QIcon windowIcon(WId id) const;
+    QString kind() const override { return QStringLiteral("X11"); }
+    Capabilities capabilities() const override;
+    QList<WId> windows() const override;
+    QList<WId> stackingOrder() const override;
+    WId activeWindow() const override;
+    DesktopWindow window(WId id) const override;
+    QIcon windowIcon(WId id) const override;
 
-    void activate(WId id);
-    void minimize(WId id);
-    void close(WId id);
-    void setMaximized(WId id, bool on);
-    void setFullscreen(WId id, bool on);
-    bool fullscreenSupported() const;
+    void activate(WId id) override;
+    void minimize(WId id) override;
+    void close(WId id) override;
+    void setMaximized(WId id, bool on) override;
+    void setFullscreen(WId id, bool on) override;
+    bool fullscreenSupported() const override;
 
-    // One wheel step at the pointer: up or down.
-    void scroll(bool up);
-    // The keycode that types `keysym` in the current layout (level 1 preferred), or 0.
-    unsigned keycodeFor(unsigned keysym) const;
-    // Every keycode with the text its unshifted level types, for the key-name table.
-    QHash<QByteArray, unsigned> layoutCharacters() const;
-    bool hasLayout() const { return keymap != nullptr; }
-    // Presses the modifiers and the key, then releases them in reverse order.
-    void pressChord(const QList<unsigned> &modifierKeycodes, unsigned keycode);
-
-signals:
-    void windowAdded(WId id);
-    void windowRemoved(WId id);
-    void windowChanged(WId id);
-    void activeWindowChanged(WId id);
+    void scroll(bool up) override;
+    void pressChord(const QList<unsigned> &modifierKeycodes, unsigned keycode) override;
 
 private:
     void fakeKey(unsigned keycode, bool press);
     xcb_connection_t *connection = nullptr;
     xkb_context *context = nullptr;
-    xkb_keymap *keymap = nullptr;
 };

@@ -1,0 +1,67 @@
+#pragma once
+
+#include <QByteArray>
+#include <QHash>
+#include <QObject>
+
+#include <functional>
+
+struct wl_display;
+struct wl_registry;
+struct wl_interface;
+class QSocketNotifier;
+
+// A connection of our own to the Wayland compositor of the session, served by Qt's event loop
+// whatever Qt itself draws with. It knows the compositor's globals from the start, so a
+// session can tell which protocols it offers before it chooses how to work.
+class WaylandConnection : public QObject
+{
+    Q_OBJECT
+public:
+    struct Global
+    {
+        uint32_t name = 0;
+        uint32_t version = 0;
+    };
+
+    // Connects to WAYLAND_DISPLAY; isConnected() says whether that worked.
+    explicit WaylandConnection(QObject *parent = nullptr);
+    ~WaylandConnection() override;
+
+    // The session is a Wayland one: WAYLAND_DISPLAY is set, or XDG_SESSION_TYPE says so.
+    static bool sessionIsWayland();
+
+    bool isConnected() const { return m_display != nullptr; }
+    wl_display *display() const { return m_display; }
+    bool has(const char *interface) const { return m_globals.contains(QByteArray(interface)); }
+    // Binds the global at no more than `maxVersion`; null when the compositor has none.
+    void *bind(const wl_interface *interface, uint32_t maxVersion) const;
+    uint32_t version(const char *interface) const;
+    // The process on the other end of the socket, e.g. "sway"; empty when unknown.
+    QByteArray compositorName() const;
+
+    // Sends what was asked for. Requests are queued by libwayland until flushed.
+    void flush();
+    // Waits for the compositor to answer everything sent so far; only for start-up, when
+    // what follows depends on the answer.
+    bool roundtrip();
+
+signals:
+    // The compositor went away or broke the connection; every object of it is gone.
+    void lost();
+
+public:
+    // For libwayland.
+    static void onGlobal(
+        void *data, wl_registry *, uint32_t name, const char *interface, uint32_t version);
+    static void onGlobalRemove(void *data, wl_registry *, uint32_t name);
+
+private:
+    void dispatch();
+    void fail();
+
+    wl_display *m_display = nullptr;
+    wl_registry *m_registry = nullptr;
+    QSocketNotifier *m_notifier = nullptr;
+    QHash<QByteArray, Global> m_globals;
+};

@@ -1,0 +1,454 @@
+#include "core.h"
+#include "l.h"
+#include "linuxapp.h"
+#include "linuxplatform.h"
+#include "logcapture.h"
+#include "protocolclient.h"
+#include "server.h"
+#include "serverfixture.h"
+#include "testenvironment.h"
+#include "windowsession.h"
+
+#include <QDir>
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QProcess>
+#include <QSettings>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QtTest>
+
+#include <signal.h>
+
+namespace {
+// A window as sway shows it.
+struct View
+{
+    QString appId;
+    int pid = 0;
+    bool focused = false;
+    int fullscreenMode = 0;
+};
+
+QByteArray swaymsg(const QStringList &arguments)
+{
+    QProcess process;
+    process.start(QStringLiteral("swaymsg"), arguments);
+    process.waitForFinished(10000);
+    return process.readAllStandardOutput();
+}
+
+void collectViews(const QJsonObject &node, QList<View> &views)
+{
+    if (node.value(QStringLiteral("pid")).toInt() > 0) {
+        View view;
+        view.appId = node.value(QStringLiteral("app_id")).toString();
+        view.pid = node.value(QStringLiteral("pid")).toInt();
+        view.focused = node.value(QStringLiteral("focused")).toBool();
+        view.fullscreenMode = node.value(QStringLiteral("fullscreen_mode")).toInt();
+        views << view;
+    }
+    for (const char *children : { "nodes", "floating_nodes" }) {
+        for (const QJsonValue &child : node.value(QLatin1String(children)).toArray())
+            collectViews(child.toObject(), views);
+    }
+}
+
+// Every application window sway has, from `swaymsg -t get_tree`.
+QList<View> views()
+{
+    QList<View> result;
+    collectViews(QJsonDocument::fromJson(swaymsg({ QStringLiteral("-t"), QStringLiteral("get_tree"),
+                                             QStringLiteral("-r") }))
+                     .object(),
+        result);
+    return result;
+}
+
+QString focusedAppId()
+{
+    for (const View &view : views()) {
+        if (view.focused)
+            return view.appId;
+    }
+    return QString();
+}
+
+View viewOf(const QString &appId)
+{
+    for (const View &view : views()) {
+        if (view.appId == appId)
+            return view;
+    }
+    return View();
+}
+
+QStringList linesOf(const QString &path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return {};
+    return QString::fromUtf8(file.readAll()).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+}
+
+// "key <keysym> <modifiers>": what both probes log alike.
+QStringList keysOf(const QString &path)
+{
+    QStringList keys;
+    for (const QString &line : linesOf(path)) {
+        if (line.startsWith(QLatin1String("key ")))
+            keys << line.section(QLatin1Char(' '), 0, 2);
+    }
+    return keys;
+}
+
+// The two native probes: their entry ids, app ids and logs.
+struct ProbeKind
+{
+    QString entry;
+    QString appId;
+    QString log;
+};
+} // namespace
+
+// Applications, the front application, window control, keys and scrolling on a wlroots
+// compositor (a private headless sway), with native GTK 3 and Qt 5 applications; what the
+// compositor did is read back from sway itself.
+class TestWayland : public QObject
+{
+    Q_OBJECT
+private slots:
+    void initTestCase();
+    void cleanupTestCase();
+    void cleanup();
+    void chosenFromTheCompositor();
+    void unsupportedListsWhatSwayCannotDo();
+    void runningAndFrontFollowedWithPushes_data();
+    void runningAndFrontFollowedWithPushes();
+    void activationSwitchesTheFront();
+    void closeAndQuit_data();
+    void closeAndQuit();
+    void fullScreenAndMaximise();
+    void keySequences_data();
+    void keySequences();
+    void keysOnAFrenchLayout();
+    void scrolling_data();
+    void scrolling();
+
+private:
+    bool send(const QJsonObject &message);
+    bool launch(const ProbeKind &probe);
+    LinuxApp *app(const QString &id) const
+    {
+        return qobject_cast<LinuxApp *>(platform->appforId(id));
+    }
+
+    QTemporaryDir data;
+    ProbeKind qtProbe, gtkProbe;
+    Core *core = nullptr;
+    LinuxPlatform *platform = nullptr;
+    ProtocolClient *client = nullptr;
+};
+
+Q_DECLARE_METATYPE(ProbeKind)
+
+bool TestWayland::send(const QJsonObject &message)
+{
+    // A marker request after it proves that the server has dealt with it.
+    const int before = client->framesWith(L::unsupported).size();
+    client->send(message);
+    client->send(QJsonObject { { L::method, L::unsupported } });
+    return QTest::qWaitFor(
+        [&] { return client->framesWith(L::unsupported).size() > before; }, 5000);
+}
+
+bool TestWayland::launch(const ProbeKind &probe)
+{
+    QFile::remove(probe.log);
+    if (!send(QJsonObject { { L::method, L::activateApp }, { L::id, probe.entry } }))
+        return false;
+    return QTest::qWaitFor(
+               [&] { return !linesOf(probe.log).filter(QStringLiteral("ready")).isEmpty(); }, 15000)
+        && QTest::qWaitFor([&] { return app(probe.entry)->running; }, 5000);
+}
+
+void TestWayland::initTestCase()
+{
+    QVERIFY2(!qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY"), "run through tests/rig/sway");
+    QVERIFY(!qEnvironmentVariableIsEmpty("SWAYSOCK"));
+    TestEnvironment::setUp();
+    QSettings().setValue(QStringLiteral("preventSleep"), false);
+    qtProbe = { QStringLiteral("velm-probe"), QStringLiteral("probe_window"),
+        data.filePath(QStringLiteral("qt.log")) };
+    gtkProbe = { QStringLiteral("velm-gtk-probe"), QStringLiteral("velm-gtk-probe"),
+        data.filePath(QStringLiteral("gtk.log")) };
+    const QString applications = data.filePath(QStringLiteral("applications"));
+    QVERIFY(QDir().mkpath(applications));
+    auto writeEntry = [&](const QString &file, const QString &body) {
+        QFile entry(applications + QLatin1Char('/') + file);
+        QVERIFY(entry.open(QIODevice::WriteOnly));
+        entry.write(body.toUtf8());
+    };
+    // Qt names its Wayland window by the program's file name: the entry says so through
+    // StartupWMClass, as it would for an X11 class.
+    writeEntry(QStringLiteral("velm-probe.desktop"),
+        QStringLiteral("[Desktop Entry]\nType=Application\nName=Velm Probe\nExec=env "
+                       "QT_QPA_PLATFORM=wayland %1 --log %2\nStartupWMClass=probe_window\n")
+            .arg(QStringLiteral(VELM_PROBE_WINDOW), qtProbe.log));
+    // The GTK one is found by its app id, which is the entry's id.
+    writeEntry(QStringLiteral("velm-gtk-probe.desktop"),
+        QStringLiteral("[Desktop Entry]\nType=Application\nName=Velm GTK Probe\nExec=env "
+                       "GDK_BACKEND=wayland python3 %1 --log %2 --app-id velm-gtk-probe\n")
+            .arg(QStringLiteral(VELM_PROBE_GTK), gtkProbe.log));
+    qputenv("XDG_DATA_HOME", data.path().toUtf8());
+
+    platform = new LinuxPlatform;
+    core = new Core(platform);
+    core->start();
+    QVERIFY(core->server);
+    QTRY_VERIFY(core->server->handler(L::unsupported));
+    Pairing::authorize(QStringLiteral("phone"), QStringLiteral("phone-token"));
+    client = new ProtocolClient(QStringLiteral("phone"));
+    QVERIFY(Pairing::connectAuthenticated(*client, listeningPort(core->server)));
+    QTRY_VERIFY(!platform->getInstalledApps().isEmpty());
+}
+
+void TestWayland::cleanup()
+{
+    // Launched probes are no children of this test: end them through sway's process ids.
+    for (const View &view : views())
+        ::kill(view.pid, SIGKILL);
+    QTRY_VERIFY(views().isEmpty());
+    QTRY_VERIFY(!app(qtProbe.entry)->running);
+    QTRY_VERIFY(!app(gtkProbe.entry)->running);
+}
+
+void TestWayland::cleanupTestCase()
+{
+    delete client;
+    delete core;
+}
+
+void TestWayland::chosenFromTheCompositor()
+{
+    QVERIFY(platform->session());
+    QCOMPARE(platform->session()->kind(), QStringLiteral("wlroots"));
+    QVERIFY(platform->session()->hasLayout());
+}
+
+void TestWayland::unsupportedListsWhatSwayCannotDo()
+{
+    // sway tiles: it takes minimise requests and ignores them. Maximise falls back on full
+    // screen, which it honours. Menus and fields need the windows' processes, which the
+    // compositor does not name.
+    const QStringList windowCodes { L::currentApp, L::closeApp, L::quitApp, L::toggleMinimizeApp,
+        L::toggleMaximizeApp, L::toggleFullscreenApp, L::appScroll, L::keySequence, L::appMenu,
+        L::performMenu, L::focusValue, L::performFocus, L::focusedElement };
+    client->send(QJsonObject { { L::method, L::unsupported } });
+    QTRY_VERIFY(!client->framesWith(L::unsupported).isEmpty());
+    QStringList listed;
+    for (const QJsonValue &code :
+        client->framesWith(L::unsupported).last().object.value(L::value).toArray())
+        listed << code.toString();
+    QStringList windowListed;
+    for (const QString &code : qAsConst(listed)) {
+        if (windowCodes.contains(code))
+            windowListed << code;
+    }
+    QCOMPARE(windowListed,
+        (QStringList { L::appMenu, L::performMenu, L::focusValue, L::performFocus,
+            L::focusedElement, L::toggleMinimizeApp }));
+}
+
+void TestWayland::runningAndFrontFollowedWithPushes_data()
+{
+    QTest::addColumn<ProbeKind>("probe");
+    QTest::newRow("Qt") << qtProbe;
+    QTest::newRow("GTK") << gtkProbe;
+}
+
+void TestWayland::runningAndFrontFollowedWithPushes()
+{
+    QFETCH(ProbeKind, probe);
+    LinuxApp *probeApp = app(probe.entry);
+    QVERIFY(probeApp);
+    QVERIFY(!probeApp->running);
+    QSignalSpy launched(platform, &Platform::appLaunched);
+    const int currentPushes = client->framesWith(L::currentApp).size();
+    QVERIFY(launch(probe));
+    QCOMPARE(launched.count(), 1);
+    QCOMPARE(launched.first().first().value<App *>(), static_cast<App *>(probeApp));
+    QCOMPARE(viewOf(probe.appId).appId, probe.appId);
+    // The new window takes the front, and the client hears of both.
+    QTRY_COMPARE(focusedAppId(), probe.appId);
+    QTRY_COMPARE(platform->getCurrentApp(), static_cast<App *>(probeApp));
+    QTRY_VERIFY(client->framesWith(L::currentApp).size() > currentPushes);
+    // The end of an earlier window may be announced late; the last word is this one.
+    QTRY_COMPARE(
+        client->framesWith(L::currentApp).last().object.value(L::id).toString(), probe.entry);
+
+    // It ends: no longer running, once.
+    QSignalSpy terminated(platform, &Platform::appTerminated);
+    ::kill(viewOf(probe.appId).pid, SIGTERM);
+    QTRY_VERIFY(!probeApp->running);
+    QCOMPARE(terminated.count(), 1);
+    QVERIFY(!platform->getRunningApps().contains(probeApp));
+}
+
+void TestWayland::activationSwitchesTheFront()
+{
+    QVERIFY(launch(qtProbe));
+    QVERIFY(launch(gtkProbe));
+    QTRY_COMPARE(focusedAppId(), gtkProbe.appId);
+    QTRY_COMPARE(platform->getCurrentApp(), static_cast<App *>(app(gtkProbe.entry)));
+    // "aa" of a running application brings its window forward, and the push follows.
+    const int currentPushes = client->framesWith(L::currentApp).size();
+    QVERIFY(send(QJsonObject { { L::method, L::activateApp }, { L::id, qtProbe.entry } }));
+    QTRY_COMPARE(focusedAppId(), qtProbe.appId);
+    QTRY_COMPARE(platform->getCurrentApp(), static_cast<App *>(app(qtProbe.entry)));
+    QTRY_VERIFY(client->framesWith(L::currentApp).size() > currentPushes);
+    QTRY_COMPARE(
+        client->framesWith(L::currentApp).last().object.value(L::id).toString(), qtProbe.entry);
+    // Focus changed by the compositor itself is followed too.
+    swaymsg({ QStringLiteral("[app_id=\"%1\"] focus").arg(gtkProbe.appId) });
+    QTRY_COMPARE(platform->getCurrentApp(), static_cast<App *>(app(gtkProbe.entry)));
+    QTRY_COMPARE(
+        client->framesWith(L::currentApp).last().object.value(L::id).toString(), gtkProbe.entry);
+}
+
+void TestWayland::closeAndQuit_data()
+{
+    QTest::addColumn<ProbeKind>("probe");
+    QTest::addColumn<QString>("method");
+    QTest::newRow("Qt close") << qtProbe << L::closeApp;
+    QTest::newRow("Qt quit") << qtProbe << L::quitApp;
+    QTest::newRow("GTK close") << gtkProbe << L::closeApp;
+    QTest::newRow("GTK quit") << gtkProbe << L::quitApp;
+}
+
+void TestWayland::closeAndQuit()
+{
+    QFETCH(ProbeKind, probe);
+    QFETCH(QString, method);
+    QVERIFY(launch(probe));
+    QVERIFY(send(QJsonObject { { L::method, method }, { L::id, probe.entry } }));
+    // The application is asked, as the close button would: it logs it and goes.
+    QTRY_VERIFY(linesOf(probe.log).contains(QStringLiteral("close")));
+    QTRY_VERIFY(!app(probe.entry)->running);
+    QTRY_COMPARE(viewOf(probe.appId).pid, 0);
+}
+
+void TestWayland::fullScreenAndMaximise()
+{
+    QVERIFY(launch(qtProbe));
+    QTRY_COMPARE(focusedAppId(), qtProbe.appId);
+    LinuxApp *probeApp = app(qtProbe.entry);
+    QVERIFY(probeApp->supportsFullscreen());
+    QVERIFY(send(QJsonObject { { L::method, L::toggleFullscreenApp }, { L::id, qtProbe.entry } }));
+    QTRY_COMPARE(viewOf(qtProbe.appId).fullscreenMode, 1);
+    QTRY_VERIFY(platform->session()->window(probeApp->windows.first()).fullscreen);
+    QVERIFY(send(QJsonObject { { L::method, L::toggleFullscreenApp }, { L::id, qtProbe.entry } }));
+    QTRY_COMPARE(viewOf(qtProbe.appId).fullscreenMode, 0);
+    // sway has no maximised windows: maximise fills the screen instead.
+    QTRY_VERIFY(!platform->session()->window(probeApp->windows.first()).fullscreen);
+    QVERIFY(send(QJsonObject { { L::method, L::toggleMaximizeApp }, { L::id, qtProbe.entry } }));
+    QTRY_COMPARE(viewOf(qtProbe.appId).fullscreenMode, 1);
+    QTRY_VERIFY(platform->session()->window(probeApp->windows.first()).fullscreen);
+    QVERIFY(send(QJsonObject { { L::method, L::toggleMaximizeApp }, { L::id, qtProbe.entry } }));
+    QTRY_COMPARE(viewOf(qtProbe.appId).fullscreenMode, 0);
+}
+
+void TestWayland::keySequences_data()
+{
+    QTest::addColumn<ProbeKind>("probe");
+    QTest::newRow("Qt") << qtProbe;
+    QTest::newRow("GTK") << gtkProbe;
+}
+
+void TestWayland::keySequences()
+{
+    QFETCH(ProbeKind, probe);
+    // The other probe is in front: the keys bring this one forward first.
+    QVERIFY(launch(probe));
+    const ProbeKind &other = probe.entry == qtProbe.entry ? gtkProbe : qtProbe;
+    QVERIFY(launch(other));
+    QTRY_COMPARE(focusedAppId(), other.appId);
+
+    auto type = [&](const QJsonValue &keys) {
+        return send(QJsonObject {
+            { L::method, L::keySequence }, { L::id, probe.entry }, { L::keys, keys } });
+    };
+    const QString ctrl = QString::number(int(Qt::ControlModifier), 16);
+    const QString ctrlShift = QString::number(int(Qt::ControlModifier | Qt::ShiftModifier), 16);
+    const QString alt = QString::number(int(Qt::AltModifier), 16);
+    QVERIFY(type(QStringLiteral("Ctrl+Shift+T")));
+    QTRY_COMPARE(keysOf(probe.log).size(), 1);
+    QCOMPARE(focusedAppId(), probe.appId);
+    QVERIFY(keysOf(other.log).isEmpty());
+    QVERIFY(type(QStringLiteral("a,,b")));
+    QVERIFY(type(QStringLiteral("Ctrl+,")));
+    QVERIFY(type(QStringLiteral("Alt+x")));
+    QVERIFY(type(QJsonArray { QStringLiteral("return"), QStringLiteral("f5,1") }));
+    QTRY_COMPARE(keysOf(probe.log).size(), 8);
+    QCOMPARE(keysOf(probe.log),
+        (QStringList { QStringLiteral("key 54 %1").arg(ctrlShift), QStringLiteral("key 61 0"),
+            QStringLiteral("key 62 0"), QStringLiteral("key 2c %1").arg(ctrl),
+            QStringLiteral("key 78 %1").arg(alt), QStringLiteral("key ff0d 0"),
+            QStringLiteral("key ffc2 0"), QStringLiteral("key 31 0") }));
+}
+
+void TestWayland::keysOnAFrenchLayout()
+{
+    QVERIFY(launch(gtkProbe));
+    QTRY_COMPARE(focusedAppId(), gtkProbe.appId);
+    const int generation = platform->session()->layoutGeneration();
+    struct BackToUs
+    {
+        ~BackToUs()
+        {
+            swaymsg({ QStringLiteral("input"), QStringLiteral("type:keyboard"),
+                QStringLiteral("xkb_layout"), QStringLiteral("us") });
+        }
+    } backToUs;
+    swaymsg({ QStringLiteral("input"), QStringLiteral("type:keyboard"),
+        QStringLiteral("xkb_layout"), QStringLiteral("fr") });
+    // The compositor tells about the new layout; characters come out as typed on it.
+    QTRY_VERIFY(platform->session()->layoutGeneration() > generation);
+    QVERIFY(send(QJsonObject { { L::method, L::keySequence }, { L::id, gtkProbe.entry },
+        { L::keys, QStringLiteral("a,q,z,w,Ctrl+a") } }));
+    const QString ctrl = QString::number(int(Qt::ControlModifier), 16);
+    QTRY_COMPARE(keysOf(gtkProbe.log).size(), 5);
+    QCOMPARE(keysOf(gtkProbe.log),
+        (QStringList { QStringLiteral("key 61 0"), QStringLiteral("key 71 0"),
+            QStringLiteral("key 7a 0"), QStringLiteral("key 77 0"),
+            QStringLiteral("key 61 %1").arg(ctrl) }));
+}
+
+void TestWayland::scrolling_data()
+{
+    QTest::addColumn<ProbeKind>("probe");
+    QTest::newRow("Qt") << qtProbe;
+    QTest::newRow("GTK") << gtkProbe;
+}
+
+void TestWayland::scrolling()
+{
+    QFETCH(ProbeKind, probe);
+    QVERIFY(launch(probe));
+    QTRY_COMPARE(focusedAppId(), probe.appId);
+    // The wheel turns where the pointer is: over the window, which fills the screen.
+    swaymsg({ QStringLiteral("seat"), QStringLiteral("seat0"), QStringLiteral("cursor"),
+        QStringLiteral("set"), QStringLiteral("640"), QStringLiteral("400") });
+    QVERIFY(send(QJsonObject {
+        { L::method, L::appScroll }, { L::id, probe.entry }, { L::x, 0 }, { L::y, 9 } }));
+    QTRY_COMPARE(linesOf(probe.log).filter(QStringLiteral("wheel")),
+        QStringList { QStringLiteral("wheel down") });
+    QVERIFY(send(QJsonObject {
+        { L::method, L::appScroll }, { L::id, probe.entry }, { L::x, 0 }, { L::y, 10 } }));
+    QTRY_COMPARE(linesOf(probe.log).filter(QStringLiteral("wheel")),
+        (QStringList { QStringLiteral("wheel down"), QStringLiteral("wheel up") }));
+}
+
+QTEST_MAIN(TestWayland)
+#include "tst_wayland.moc"
