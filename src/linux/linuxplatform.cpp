@@ -12,6 +12,7 @@
 #include "linuxlogging.h"
 #include "loginsession.h"
 #include "mediaplayers.h"
+#include "plasmasession.h"
 #include "pulseaudio.h"
 #include "standardfileservices.h"
 #include "waylandconnection.h"
@@ -76,6 +77,11 @@ WindowSession *chooseWindowSession(QObject *parent)
         auto *connection = new WaylandConnection;
         if (WlrootsSession::offeredBy(connection))
             return new WlrootsSession(connection, parent);
+        if (PlasmaSession::offeredBy(connection))
+            return new PlasmaSession(connection, parent);
+        if (connection->compositorName() == "kwin_wayland")
+            qCWarning(lcLinux) << "KWin keeps its window protocols from this program: install it "
+                                  "with its desktop entry, which asks for them";
         delete connection;
         if (X11Session::available())
             qCWarning(lcLinux) << "The compositor offers no window protocol we know: only "

@@ -5,13 +5,46 @@
 #include <QFile>
 #include <QSocketNotifier>
 
+#include <sys/mman.h>
 #include <sys/socket.h>
+#include <unistd.h>
 #include <wayland-client.h>
 
 namespace {
 const wl_registry_listener registryListener = {
     &WaylandConnection::onGlobal,
     &WaylandConnection::onGlobalRemove,
+};
+
+void onSeatCapabilities(void *data, wl_seat *, uint32_t capabilities)
+{
+    static_cast<WaylandSeat *>(data)->onCapabilities(capabilities);
+}
+
+void onSeatName(void *, wl_seat *, const char *) { }
+
+const wl_seat_listener seatListener = {
+    onSeatCapabilities,
+    onSeatName,
+};
+
+void onKeymap(void *data, wl_keyboard *, uint32_t format, int fd, uint32_t size)
+{
+    static_cast<WaylandSeat *>(data)->onKeymap(format, fd, size);
+}
+void onEnter(void *, wl_keyboard *, uint32_t, wl_surface *, wl_array *) { }
+void onLeave(void *, wl_keyboard *, uint32_t, wl_surface *) { }
+void onKey(void *, wl_keyboard *, uint32_t, uint32_t, uint32_t, uint32_t) { }
+void onModifiers(void *, wl_keyboard *, uint32_t, uint32_t, uint32_t, uint32_t, uint32_t) { }
+void onRepeatInfo(void *, wl_keyboard *, int32_t, int32_t) { }
+
+const wl_keyboard_listener keyboardListener = {
+    onKeymap,
+    onEnter,
+    onLeave,
+    onKey,
+    onModifiers,
+    onRepeatInfo,
 };
 } // namespace
 
@@ -145,4 +178,54 @@ void WaylandConnection::fail()
     m_registry = nullptr;
     wl_display_disconnect(m_display);
     m_display = nullptr;
+}
+
+WaylandSeat::WaylandSeat(WaylandConnection *connection, QObject *parent)
+    : QObject(parent)
+{
+    m_seat = static_cast<wl_seat *>(connection->bind(&wl_seat_interface, 5));
+    if (m_seat)
+        wl_seat_add_listener(m_seat, &seatListener, this);
+}
+
+WaylandSeat::~WaylandSeat() { release(); }
+
+void WaylandSeat::release()
+{
+    if (m_keyboard)
+        wl_keyboard_destroy(m_keyboard);
+    if (m_seat)
+        wl_seat_destroy(m_seat);
+    m_keyboard = nullptr;
+    m_seat = nullptr;
+}
+
+void WaylandSeat::onCapabilities(uint32_t capabilities)
+{
+    const bool keyboard = capabilities & WL_SEAT_CAPABILITY_KEYBOARD;
+    if (keyboard && !m_keyboard) {
+        m_keyboard = wl_seat_get_keyboard(m_seat);
+        wl_keyboard_add_listener(m_keyboard, &keyboardListener, this);
+    } else if (!keyboard && m_keyboard) {
+        wl_keyboard_release(m_keyboard);
+        m_keyboard = nullptr;
+    }
+}
+
+void WaylandSeat::onKeymap(uint32_t format, int fd, uint32_t size)
+{
+    QByteArray text;
+    if (format == WL_KEYBOARD_KEYMAP_FORMAT_XKB_V1 && size > 0) {
+        void *data = mmap(nullptr, size, PROT_READ, MAP_PRIVATE, fd, 0);
+        if (data != MAP_FAILED) {
+            const auto *begin = static_cast<const char *>(data);
+            text = QByteArray(begin, int(strnlen(begin, size)));
+            munmap(data, size);
+        }
+    }
+    ::close(fd);
+    if (text.isEmpty())
+        qCWarning(lcLinux) << "Unreadable keymap from the compositor";
+    else
+        emit keymapReceived(text);
 }

@@ -7,7 +7,9 @@
 #include <functional>
 
 struct wl_display;
+struct wl_keyboard;
 struct wl_registry;
+struct wl_seat;
 struct wl_interface;
 class QSocketNotifier;
 
@@ -64,4 +66,31 @@ private:
     wl_registry *m_registry = nullptr;
     QSocketNotifier *m_notifier = nullptr;
     QHash<QByteArray, Global> m_globals;
+};
+
+// The compositor's seat and the keymap of its keyboard: the layout the user types with, told
+// again whenever it changes.
+class WaylandSeat : public QObject
+{
+    Q_OBJECT
+public:
+    explicit WaylandSeat(WaylandConnection *connection, QObject *parent = nullptr);
+    ~WaylandSeat() override;
+
+    // Null when the compositor has no seat.
+    wl_seat *seat() const { return m_seat; }
+    // Lets go of the proxies; for a connection that is going away.
+    void release();
+
+    // For libwayland.
+    void onCapabilities(uint32_t capabilities);
+    void onKeymap(uint32_t format, int fd, uint32_t size);
+
+signals:
+    // The keymap in XKB's text format.
+    void keymapReceived(const QByteArray &text);
+
+private:
+    wl_seat *m_seat = nullptr;
+    wl_keyboard *m_keyboard = nullptr;
 };

@@ -8,8 +8,6 @@
 #include "wlr-virtual-pointer-unstable-v1-client-protocol.h"
 
 #include <QDateTime>
-#include <QIcon>
-#include <QMetaObject>
 
 #include <sys/mman.h>
 #include <unistd.h>
@@ -20,8 +18,6 @@ struct WlrootsSession::Toplevel
 {
     WlrootsSession *session = nullptr;
     zwlr_foreign_toplevel_handle_v1 *handle = nullptr;
-    // Listed once the compositor has described it completely (the first "done").
-    bool announced = false;
     DesktopWindow info;
     // What arrives between two "done" events.
     QString title;
@@ -119,44 +115,6 @@ const zwlr_foreign_toplevel_manager_v1_listener managerListener = {
     onManagerFinished,
 };
 
-void onSeatCapabilities(void *data, wl_seat *, uint32_t capabilities)
-{
-    static_cast<WlrootsSession *>(data)->onSeatCapabilities(capabilities);
-}
-
-void onSeatName(void *, wl_seat *, const char *) { }
-
-const wl_seat_listener seatListener = {
-    onSeatCapabilities,
-    onSeatName,
-};
-
-void onKeymap(void *data, wl_keyboard *, uint32_t format, int fd, uint32_t size)
-{
-    static_cast<WlrootsSession *>(data)->onKeymap(format, fd, size);
-}
-void onEnter(void *, wl_keyboard *, uint32_t, wl_surface *, wl_array *) { }
-void onLeave(void *, wl_keyboard *, uint32_t, wl_surface *) { }
-void onKey(void *, wl_keyboard *, uint32_t, uint32_t, uint32_t, uint32_t) { }
-void onModifiers(void *, wl_keyboard *, uint32_t, uint32_t, uint32_t, uint32_t, uint32_t) { }
-void onRepeatInfo(void *, wl_keyboard *, int32_t, int32_t) { }
-
-const wl_keyboard_listener keyboardListener = {
-    onKeymap,
-    onEnter,
-    onLeave,
-    onKey,
-    onModifiers,
-    onRepeatInfo,
-};
-
-QByteArray keymapText(xkb_keymap *keymap)
-{
-    char *text = xkb_keymap_get_as_string(keymap, XKB_KEYMAP_FORMAT_TEXT_V1);
-    QByteArray result(text);
-    free(text);
-    return result;
-}
 } // namespace
 
 bool WlrootsSession::offeredBy(const WaylandConnection *connection)
@@ -166,22 +124,19 @@ bool WlrootsSession::offeredBy(const WaylandConnection *connection)
 }
 
 WlrootsSession::WlrootsSession(WaylandConnection *connection, QObject *parent)
-    : WindowSession(parent)
-    , m_connection(connection)
+    : WaylandWindowSession(connection, parent)
 {
-    connection->setParent(this);
-    connect(connection, &WaylandConnection::lost, this, [this] { releaseAll(true); });
-    m_context = xkb_context_new(XKB_CONTEXT_NO_FLAGS);
+    connect(connection, &WaylandConnection::lost, this, [this] {
+        releaseAll();
+        withdrawAll();
+        emit capabilitiesChanged();
+    });
     // sway tiles: it lists the requests but leaves minimised and maximised windows as they are.
     const QByteArray compositor = connection->compositorName();
     if (compositor == "sway") {
         m_ignoresMinimize = true;
         m_ignoresMaximize = true;
     }
-
-    m_seat = static_cast<wl_seat *>(connection->bind(&wl_seat_interface, 5));
-    if (m_seat)
-        wl_seat_add_listener(m_seat, &seatListener, this);
     m_managerVersion
         = qMin(connection->version(zwlr_foreign_toplevel_manager_v1_interface.name), 3u);
     m_manager = static_cast<zwlr_foreign_toplevel_manager_v1 *>(
@@ -196,18 +151,19 @@ WlrootsSession::WlrootsSession(WaylandConnection *connection, QObject *parent)
     // virtual keyboard then carries too.
     connection->roundtrip();
     connection->roundtrip();
-    if (m_seat && m_keyboardManager) {
-        if (!hasLayout() && m_context) {
+    wl_seat *wlSeat = seat()->seat();
+    if (wlSeat && m_keyboardManager) {
+        if (!hasLayout() && context()) {
             // No keyboard on the seat yet: the layout the environment names, else US.
-            setKeymap(xkb_keymap_new_from_names(m_context, nullptr, XKB_KEYMAP_COMPILE_NO_FLAGS));
+            setKeymap(xkb_keymap_new_from_names(context(), nullptr, XKB_KEYMAP_COMPILE_NO_FLAGS));
         }
         m_virtualKeyboard
-            = zwp_virtual_keyboard_manager_v1_create_virtual_keyboard(m_keyboardManager, m_seat);
+            = zwp_virtual_keyboard_manager_v1_create_virtual_keyboard(m_keyboardManager, wlSeat);
         uploadKeymap();
     }
     if (m_pointerManager)
         m_virtualPointer
-            = zwlr_virtual_pointer_manager_v1_create_virtual_pointer(m_pointerManager, m_seat);
+            = zwlr_virtual_pointer_manager_v1_create_virtual_pointer(m_pointerManager, wlSeat);
     // A new device's first events can be lost while the compositor sets it up.
     connection->roundtrip();
     qCInfo(lcLinux).noquote() << "Windows and input through the compositor"
@@ -216,25 +172,16 @@ WlrootsSession::WlrootsSession(WaylandConnection *connection, QObject *parent)
                               << "(wlroots protocols)";
 }
 
-WlrootsSession::~WlrootsSession()
-{
-    releaseAll(false);
-    delete m_connection;
-    setKeymap(nullptr);
-    if (m_context)
-        xkb_context_unref(m_context);
-}
+WlrootsSession::~WlrootsSession() { releaseAll(); }
 
-void WlrootsSession::releaseAll(bool announce)
+void WlrootsSession::releaseAll()
 {
     // Every proxy goes before the connection that owns it.
-    const bool hadWindows = !m_toplevels.isEmpty();
     for (Toplevel *toplevel : qAsConst(m_toplevels)) {
         zwlr_foreign_toplevel_handle_v1_destroy(toplevel->handle);
         delete toplevel;
     }
     m_toplevels.clear();
-    const QList<WId> gone = std::exchange(m_order, {});
     if (m_virtualKeyboard)
         zwp_virtual_keyboard_v1_destroy(m_virtualKeyboard);
     if (m_virtualPointer)
@@ -245,27 +192,12 @@ void WlrootsSession::releaseAll(bool announce)
         zwp_virtual_keyboard_manager_v1_destroy(m_keyboardManager);
     if (m_manager)
         zwlr_foreign_toplevel_manager_v1_destroy(m_manager);
-    if (m_keyboard)
-        wl_keyboard_destroy(m_keyboard);
-    if (m_seat)
-        wl_seat_destroy(m_seat);
     m_virtualKeyboard = nullptr;
     m_virtualPointer = nullptr;
     m_pointerManager = nullptr;
     m_keyboardManager = nullptr;
     m_manager = nullptr;
-    m_keyboard = nullptr;
-    m_seat = nullptr;
-    if (m_connection)
-        m_connection->flush();
-    m_active = 0;
-    if (announce) {
-        for (WId id : gone)
-            emit windowRemoved(id);
-        if (hadWindows)
-            emit activeWindowChanged(0);
-        emit capabilitiesChanged();
-    }
+    seat()->release();
 }
 
 WindowSession::Capabilities WlrootsSession::capabilities() const
@@ -274,7 +206,7 @@ WindowSession::Capabilities WlrootsSession::capabilities() const
     if (!m_manager)
         return result;
     result |= ListWindows | Close;
-    if (m_seat)
+    if (seat()->seat())
         result |= Activate;
     if (!m_ignoresMinimize)
         result |= Minimize;
@@ -287,26 +219,6 @@ WindowSession::Capabilities WlrootsSession::capabilities() const
     if (m_virtualPointer)
         result |= Scroll;
     return result;
-}
-
-QList<WId> WlrootsSession::windows() const { return m_order; }
-
-WlrootsSession::Toplevel *WlrootsSession::find(WId id) const { return m_toplevels.value(id); }
-
-DesktopWindow WlrootsSession::window(WId id) const
-{
-    if (const Toplevel *toplevel = find(id))
-        return toplevel->info;
-    return DesktopWindow();
-}
-
-QIcon WlrootsSession::windowIcon(WId id) const
-{
-    // Windows carry no icon here; the app id usually names one in the icon theme.
-    const Toplevel *toplevel = find(id);
-    if (!toplevel || toplevel->info.className.isEmpty())
-        return QIcon();
-    return QIcon::fromTheme(QString::fromUtf8(toplevel->info.className));
 }
 
 void WlrootsSession::onToplevel(zwlr_foreign_toplevel_handle_v1 *handle)
@@ -322,7 +234,6 @@ void WlrootsSession::onToplevel(zwlr_foreign_toplevel_handle_v1 *handle)
 void WlrootsSession::onDone(Toplevel *toplevel)
 {
     DesktopWindow &info = toplevel->info;
-    const DesktopWindow before = info;
     info.title = toplevel->title;
     // The app id names the desktop entry as a GTK application id or a KDE desktop file name
     // does, and stands for the class where an entry's StartupWMClass is matched.
@@ -334,50 +245,16 @@ void WlrootsSession::onDone(Toplevel *toplevel)
     info.maximized = toplevel->maximized;
     info.fullscreen = toplevel->fullscreen;
     info.fullscreenAllowed = fullscreenSupported();
-    const WId id = info.id;
-    if (!toplevel->announced) {
-        toplevel->announced = true;
-        m_order.append(id);
-        emit windowAdded(id);
-    } else if (before.title != info.title || before.className != info.className
-        || before.regular != info.regular || before.minimized != info.minimized
-        || before.maximized != info.maximized || before.fullscreen != info.fullscreen) {
-        emit windowChanged(id);
-    }
-    if (toplevel->activated && m_active != id) {
-        m_active = id;
-        m_order.removeOne(id);
-        m_order.append(id);
-        emit activeWindowChanged(id);
-    } else if (!toplevel->activated && m_active == id) {
-        // Another window is usually activated in the same burst of events: announce "none"
-        // only when that did not happen.
-        m_active = 0;
-        QMetaObject::invokeMethod(
-            this,
-            [this] {
-                if (!m_active)
-                    emit activeWindowChanged(0);
-            },
-            Qt::QueuedConnection);
-    }
+    publish(info, toplevel->activated);
 }
 
 void WlrootsSession::onClosed(Toplevel *toplevel)
 {
     const WId id = toplevel->info.id;
-    const bool announced = toplevel->announced;
     m_toplevels.remove(id);
-    m_order.removeOne(id);
     zwlr_foreign_toplevel_handle_v1_destroy(toplevel->handle);
     delete toplevel;
-    if (!announced)
-        return;
-    emit windowRemoved(id);
-    if (m_active == id) {
-        m_active = 0;
-        emit activeWindowChanged(0);
-    }
+    withdraw(id);
 }
 
 void WlrootsSession::onManagerFinished()
@@ -391,9 +268,9 @@ void WlrootsSession::onManagerFinished()
 
 void WlrootsSession::activate(WId id)
 {
-    if (Toplevel *toplevel = find(id); toplevel && m_seat) {
-        zwlr_foreign_toplevel_handle_v1_activate(toplevel->handle, m_seat);
-        m_connection->flush();
+    if (Toplevel *toplevel = find(id); toplevel && seat()->seat()) {
+        zwlr_foreign_toplevel_handle_v1_activate(toplevel->handle, seat()->seat());
+        connection()->flush();
     }
 }
 
@@ -401,7 +278,7 @@ void WlrootsSession::minimize(WId id)
 {
     if (Toplevel *toplevel = find(id)) {
         zwlr_foreign_toplevel_handle_v1_set_minimized(toplevel->handle);
-        m_connection->flush();
+        connection()->flush();
     }
 }
 
@@ -409,7 +286,7 @@ void WlrootsSession::close(WId id)
 {
     if (Toplevel *toplevel = find(id)) {
         zwlr_foreign_toplevel_handle_v1_close(toplevel->handle);
-        m_connection->flush();
+        connection()->flush();
     }
 }
 
@@ -420,7 +297,7 @@ void WlrootsSession::setMaximized(WId id, bool on)
             zwlr_foreign_toplevel_handle_v1_set_maximized(toplevel->handle);
         else
             zwlr_foreign_toplevel_handle_v1_unset_maximized(toplevel->handle);
-        m_connection->flush();
+        connection()->flush();
     }
 }
 
@@ -433,7 +310,7 @@ void WlrootsSession::setFullscreen(WId id, bool on)
         zwlr_foreign_toplevel_handle_v1_set_fullscreen(toplevel->handle, nullptr);
     else
         zwlr_foreign_toplevel_handle_v1_unset_fullscreen(toplevel->handle);
-    m_connection->flush();
+    connection()->flush();
 }
 
 bool WlrootsSession::fullscreenSupported() const
@@ -442,18 +319,16 @@ bool WlrootsSession::fullscreenSupported() const
         && m_managerVersion >= ZWLR_FOREIGN_TOPLEVEL_HANDLE_V1_SET_FULLSCREEN_SINCE_VERSION;
 }
 
-uint32_t WlrootsSession::now() const { return uint32_t(QDateTime::currentMSecsSinceEpoch()); }
-
 void WlrootsSession::scroll(bool up)
 {
     if (!m_virtualPointer)
         return;
-    const uint32_t time = now();
+    const auto time = uint32_t(QDateTime::currentMSecsSinceEpoch());
     zwlr_virtual_pointer_v1_axis_source(m_virtualPointer, WL_POINTER_AXIS_SOURCE_WHEEL);
     zwlr_virtual_pointer_v1_axis_discrete(m_virtualPointer, time, WL_POINTER_AXIS_VERTICAL_SCROLL,
         wl_fixed_from_int(up ? -wheelStep : wheelStep), up ? -1 : 1);
     zwlr_virtual_pointer_v1_frame(m_virtualPointer);
-    m_connection->flush();
+    connection()->flush();
 }
 
 void WlrootsSession::pressChord(const QList<unsigned> &modifierKeycodes, unsigned keycode)
@@ -465,7 +340,7 @@ void WlrootsSession::pressChord(const QList<unsigned> &modifierKeycodes, unsigne
     xkb_state *state = xkb_state_new(keymap());
     if (!state)
         return;
-    const uint32_t time = now();
+    const auto time = uint32_t(QDateTime::currentMSecsSinceEpoch());
     auto key = [&](unsigned code, bool press) {
         // Wayland key codes are evdev codes, XKB's less 8.
         zwp_virtual_keyboard_v1_key(m_virtualKeyboard, time, code - 8,
@@ -489,53 +364,17 @@ void WlrootsSession::pressChord(const QList<unsigned> &modifierKeycodes, unsigne
             key(*it, false);
     }
     xkb_state_unref(state);
-    m_connection->flush();
+    connection()->flush();
 }
 
-void WlrootsSession::onSeatCapabilities(uint32_t capabilities)
-{
-    const bool keyboard = capabilities & WL_SEAT_CAPABILITY_KEYBOARD;
-    if (keyboard && !m_keyboard) {
-        m_keyboard = wl_seat_get_keyboard(m_seat);
-        wl_keyboard_add_listener(m_keyboard, &keyboardListener, this);
-    } else if (!keyboard && m_keyboard) {
-        wl_keyboard_release(m_keyboard);
-        m_keyboard = nullptr;
-    }
-}
-
-void WlrootsSession::onKeymap(uint32_t format, int fd, uint32_t size)
-{
-    // The keymap of the seat's keyboard: the user's layout, also after they changed it.
-    xkb_keymap *received = nullptr;
-    if (format == WL_KEYBOARD_KEYMAP_FORMAT_XKB_V1 && size > 0 && m_context) {
-        void *text = mmap(nullptr, size, PROT_READ, MAP_PRIVATE, fd, 0);
-        if (text != MAP_FAILED) {
-            received = xkb_keymap_new_from_buffer(m_context, static_cast<const char *>(text),
-                strnlen(static_cast<const char *>(text), size), XKB_KEYMAP_FORMAT_TEXT_V1,
-                XKB_KEYMAP_COMPILE_NO_FLAGS);
-            munmap(text, size);
-        }
-    }
-    ::close(fd);
-    if (!received) {
-        qCWarning(lcLinux) << "Unreadable keymap from the compositor";
-        return;
-    }
-    // Our own keymap coming back, once the virtual keyboard is the seat's.
-    if (keymapText(received) == m_uploaded) {
-        xkb_keymap_unref(received);
-        return;
-    }
-    setKeymap(received);
-    uploadKeymap();
-}
+void WlrootsSession::keymapTaken() { uploadKeymap(); }
 
 void WlrootsSession::uploadKeymap()
 {
     if (!m_virtualKeyboard || !hasLayout())
         return;
-    const QByteArray text = keymapText(keymap());
+    // Our own keymap comes back once the virtual keyboard is the seat's: not sent again.
+    const QByteArray text = textOf(keymap());
     if (text == m_uploaded)
         return;
     const int fd = memfd_create("velm-keymap", MFD_CLOEXEC);
@@ -549,5 +388,5 @@ void WlrootsSession::uploadKeymap()
         m_virtualKeyboard, WL_KEYBOARD_KEYMAP_FORMAT_XKB_V1, fd, uint32_t(text.size()) + 1);
     ::close(fd);
     m_uploaded = text;
-    m_connection->flush();
+    connection()->flush();
 }

@@ -66,24 +66,6 @@ QList<View> views()
     return result;
 }
 
-QString focusedAppId()
-{
-    for (const View &view : views()) {
-        if (view.focused)
-            return view.appId;
-    }
-    return QString();
-}
-
-View viewOf(const QString &appId)
-{
-    for (const View &view : views()) {
-        if (view.appId == appId)
-            return view;
-    }
-    return View();
-}
-
 QStringList linesOf(const QString &path)
 {
     QFile file(path);
@@ -103,6 +85,14 @@ QStringList keysOf(const QString &path)
     return keys;
 }
 
+// The last "<what> <0|1>" line of a probe's log.
+bool lastSaid(const QString &path, const QString &what)
+{
+    const QStringList said
+        = linesOf(path).filter(QRegularExpression(QLatin1Char('^') + what + QLatin1Char(' ')));
+    return !said.isEmpty() && said.last().endsWith(QLatin1Char('1'));
+}
+
 // The two native probes: their entry ids, app ids and logs.
 struct ProbeKind
 {
@@ -112,9 +102,10 @@ struct ProbeKind
 };
 } // namespace
 
-// Applications, the front application, window control, keys and scrolling on a wlroots
-// compositor (a private headless sway), with native GTK 3 and Qt 5 applications; what the
-// compositor did is read back from sway itself.
+// Applications, the front application, window control, keys and scrolling on a Wayland
+// compositor (a private headless sway through tests/rig/sway, or a private KWin through
+// tests/rig/kwin), with native GTK 3 and Qt 5 applications. What the compositor did is read
+// back from sway itself there, and from what the applications were told everywhere.
 class TestWayland : public QObject
 {
     Q_OBJECT
@@ -123,13 +114,14 @@ private slots:
     void cleanupTestCase();
     void cleanup();
     void chosenFromTheCompositor();
-    void unsupportedListsWhatSwayCannotDo();
+    void unsupportedListsWhatTheCompositorCannotDo();
     void runningAndFrontFollowedWithPushes_data();
     void runningAndFrontFollowedWithPushes();
     void activationSwitchesTheFront();
     void closeAndQuit_data();
     void closeAndQuit();
     void fullScreenAndMaximise();
+    void minimiseAndRestore();
     void keySequences_data();
     void keySequences();
     void keysOnAFrenchLayout();
@@ -137,6 +129,11 @@ private slots:
     void scrolling();
 
 private:
+    // The app id of the window in front, as the compositor has it.
+    QString focusedAppId() const;
+    bool isFullscreen(const ProbeKind &probe) const;
+    // The processes of every application window there is.
+    QList<int> windowProcesses() const;
     bool send(const QJsonObject &message);
     bool launch(const ProbeKind &probe);
     LinuxApp *app(const QString &id) const
@@ -145,6 +142,7 @@ private:
     }
 
     QTemporaryDir data;
+    bool onSway = false;
     ProbeKind qtProbe, gtkProbe;
     Core *core = nullptr;
     LinuxPlatform *platform = nullptr;
@@ -152,6 +150,51 @@ private:
 };
 
 Q_DECLARE_METATYPE(ProbeKind)
+
+QString TestWayland::focusedAppId() const
+{
+    if (onSway) {
+        for (const View &view : views()) {
+            if (view.focused)
+                return view.appId;
+        }
+        return QString();
+    }
+    for (const ProbeKind &probe : { qtProbe, gtkProbe }) {
+        if (lastSaid(probe.log, QStringLiteral("active")))
+            return probe.appId;
+    }
+    return QString();
+}
+
+bool TestWayland::isFullscreen(const ProbeKind &probe) const
+{
+    if (onSway) {
+        for (const View &view : views()) {
+            if (view.appId == probe.appId)
+                return view.fullscreenMode == 1;
+        }
+        return false;
+    }
+    return lastSaid(probe.log, QStringLiteral("fullscreen"));
+}
+
+QList<int> TestWayland::windowProcesses() const
+{
+    QList<int> pids;
+    if (onSway) {
+        for (const View &view : views())
+            pids << view.pid;
+        return pids;
+    }
+    // KWin names every window's process to the program.
+    WindowSession *session = platform->session();
+    for (WId window : session->windows()) {
+        if (const int pid = session->window(window).pid; pid > 0)
+            pids << pid;
+    }
+    return pids;
+}
 
 bool TestWayland::send(const QJsonObject &message)
 {
@@ -175,8 +218,9 @@ bool TestWayland::launch(const ProbeKind &probe)
 
 void TestWayland::initTestCase()
 {
-    QVERIFY2(!qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY"), "run through tests/rig/sway");
-    QVERIFY(!qEnvironmentVariableIsEmpty("SWAYSOCK"));
+    QVERIFY2(!qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY"),
+        "run through tests/rig/sway or tests/rig/kwin");
+    onSway = !qEnvironmentVariableIsEmpty("SWAYSOCK");
     TestEnvironment::setUp();
     QSettings().setValue(QStringLiteral("preventSleep"), false);
     qtProbe = { QStringLiteral("velm-probe"), QStringLiteral("probe_window"),
@@ -216,12 +260,15 @@ void TestWayland::initTestCase()
 
 void TestWayland::cleanup()
 {
-    // Launched probes are no children of this test: end them through sway's process ids.
-    for (const View &view : views())
-        ::kill(view.pid, SIGKILL);
-    QTRY_VERIFY(views().isEmpty());
+    // Launched probes are no children of this test: end them through the windows' processes.
+    for (int pid : windowProcesses())
+        ::kill(pid, SIGKILL);
+    QTRY_VERIFY(windowProcesses().isEmpty());
     QTRY_VERIFY(!app(qtProbe.entry)->running);
     QTRY_VERIFY(!app(gtkProbe.entry)->running);
+    // A killed probe never says that it lost the activation: its log goes with it.
+    QFile::remove(qtProbe.log);
+    QFile::remove(gtkProbe.log);
 }
 
 void TestWayland::cleanupTestCase()
@@ -233,32 +280,38 @@ void TestWayland::cleanupTestCase()
 void TestWayland::chosenFromTheCompositor()
 {
     QVERIFY(platform->session());
-    QCOMPARE(platform->session()->kind(), QStringLiteral("wlroots"));
+    QCOMPARE(
+        platform->session()->kind(), onSway ? QStringLiteral("wlroots") : QStringLiteral("Plasma"));
     QVERIFY(platform->session()->hasLayout());
 }
 
-void TestWayland::unsupportedListsWhatSwayCannotDo()
+void TestWayland::unsupportedListsWhatTheCompositorCannotDo()
 {
-    // sway tiles: it takes minimise requests and ignores them. Maximise falls back on full
-    // screen, which it honours. Menus and fields need the windows' processes, which the
-    // compositor does not name.
     const QStringList windowCodes { L::currentApp, L::closeApp, L::quitApp, L::toggleMinimizeApp,
-        L::toggleMaximizeApp, L::toggleFullscreenApp, L::appScroll, L::keySequence, L::appMenu,
-        L::performMenu, L::focusValue, L::performFocus, L::focusedElement };
+        L::toggleMaximizeApp, L::toggleFullscreenApp, L::appScroll, L::keySequence };
+    const QStringList menuCodes { L::appMenu, L::performMenu, L::focusValue, L::performFocus,
+        L::focusedElement };
     client->send(QJsonObject { { L::method, L::unsupported } });
     QTRY_VERIFY(!client->framesWith(L::unsupported).isEmpty());
-    QStringList listed;
+    QStringList windowListed, menuListed;
     for (const QJsonValue &code :
-        client->framesWith(L::unsupported).last().object.value(L::value).toArray())
-        listed << code.toString();
-    QStringList windowListed;
-    for (const QString &code : qAsConst(listed)) {
-        if (windowCodes.contains(code))
-            windowListed << code;
+        client->framesWith(L::unsupported).last().object.value(L::value).toArray()) {
+        if (windowCodes.contains(code.toString()))
+            windowListed << code.toString();
+        if (menuCodes.contains(code.toString()))
+            menuListed << code.toString();
     }
-    QCOMPARE(windowListed,
-        (QStringList { L::appMenu, L::performMenu, L::focusValue, L::performFocus,
-            L::focusedElement, L::toggleMinimizeApp }));
+    if (onSway) {
+        // sway tiles: it takes minimise requests and ignores them. Maximise falls back on full
+        // screen, which it honours. Menus and fields need the windows' processes, which the
+        // compositor does not name.
+        QCOMPARE(windowListed, QStringList { L::toggleMinimizeApp });
+        QCOMPARE(menuListed, menuCodes);
+    } else {
+        // KWin does everything, and names the processes.
+        QCOMPARE(windowListed, QStringList());
+        QVERIFY(platform->session()->capabilities() & WindowSession::ProcessIds);
+    }
 }
 
 void TestWayland::runningAndFrontFollowedWithPushes_data()
@@ -279,7 +332,6 @@ void TestWayland::runningAndFrontFollowedWithPushes()
     QVERIFY(launch(probe));
     QCOMPARE(launched.count(), 1);
     QCOMPARE(launched.first().first().value<App *>(), static_cast<App *>(probeApp));
-    QCOMPARE(viewOf(probe.appId).appId, probe.appId);
     // The new window takes the front, and the client hears of both.
     QTRY_COMPARE(focusedAppId(), probe.appId);
     QTRY_COMPARE(platform->getCurrentApp(), static_cast<App *>(probeApp));
@@ -290,7 +342,9 @@ void TestWayland::runningAndFrontFollowedWithPushes()
 
     // It ends: no longer running, once.
     QSignalSpy terminated(platform, &Platform::appTerminated);
-    ::kill(viewOf(probe.appId).pid, SIGTERM);
+    const QList<int> pids = windowProcesses();
+    QCOMPARE(pids.size(), 1);
+    ::kill(pids.first(), SIGTERM);
     QTRY_VERIFY(!probeApp->running);
     QCOMPARE(terminated.count(), 1);
     QVERIFY(!platform->getRunningApps().contains(probeApp));
@@ -311,7 +365,11 @@ void TestWayland::activationSwitchesTheFront()
     QTRY_COMPARE(
         client->framesWith(L::currentApp).last().object.value(L::id).toString(), qtProbe.entry);
     // Focus changed by the compositor itself is followed too.
-    swaymsg({ QStringLiteral("[app_id=\"%1\"] focus").arg(gtkProbe.appId) });
+    if (onSway)
+        swaymsg({ QStringLiteral("[app_id=\"%1\"] focus").arg(gtkProbe.appId) });
+    else
+        app(gtkProbe.entry)->activate();
+    QTRY_COMPARE(focusedAppId(), gtkProbe.appId);
     QTRY_COMPARE(platform->getCurrentApp(), static_cast<App *>(app(gtkProbe.entry)));
     QTRY_COMPARE(
         client->framesWith(L::currentApp).last().object.value(L::id).toString(), gtkProbe.entry);
@@ -336,7 +394,7 @@ void TestWayland::closeAndQuit()
     // The application is asked, as the close button would: it logs it and goes.
     QTRY_VERIFY(linesOf(probe.log).contains(QStringLiteral("close")));
     QTRY_VERIFY(!app(probe.entry)->running);
-    QTRY_COMPARE(viewOf(probe.appId).pid, 0);
+    QTRY_VERIFY(windowProcesses().isEmpty());
 }
 
 void TestWayland::fullScreenAndMaximise()
@@ -345,18 +403,40 @@ void TestWayland::fullScreenAndMaximise()
     QTRY_COMPARE(focusedAppId(), qtProbe.appId);
     LinuxApp *probeApp = app(qtProbe.entry);
     QVERIFY(probeApp->supportsFullscreen());
-    QVERIFY(send(QJsonObject { { L::method, L::toggleFullscreenApp }, { L::id, qtProbe.entry } }));
-    QTRY_COMPARE(viewOf(qtProbe.appId).fullscreenMode, 1);
+    auto toggle = [&](const QString &method) {
+        return send(QJsonObject { { L::method, method }, { L::id, qtProbe.entry } });
+    };
+    QVERIFY(toggle(L::toggleFullscreenApp));
+    QTRY_VERIFY(isFullscreen(qtProbe));
     QTRY_VERIFY(platform->session()->window(probeApp->windows.first()).fullscreen);
-    QVERIFY(send(QJsonObject { { L::method, L::toggleFullscreenApp }, { L::id, qtProbe.entry } }));
-    QTRY_COMPARE(viewOf(qtProbe.appId).fullscreenMode, 0);
-    // sway has no maximised windows: maximise fills the screen instead.
+    QVERIFY(toggle(L::toggleFullscreenApp));
+    QTRY_VERIFY(!isFullscreen(qtProbe));
     QTRY_VERIFY(!platform->session()->window(probeApp->windows.first()).fullscreen);
-    QVERIFY(send(QJsonObject { { L::method, L::toggleMaximizeApp }, { L::id, qtProbe.entry } }));
-    QTRY_COMPARE(viewOf(qtProbe.appId).fullscreenMode, 1);
+    // A window that can be full screen is put in full screen by "xa" too.
+    QVERIFY(toggle(L::toggleMaximizeApp));
+    QTRY_VERIFY(isFullscreen(qtProbe));
     QTRY_VERIFY(platform->session()->window(probeApp->windows.first()).fullscreen);
-    QVERIFY(send(QJsonObject { { L::method, L::toggleMaximizeApp }, { L::id, qtProbe.entry } }));
-    QTRY_COMPARE(viewOf(qtProbe.appId).fullscreenMode, 0);
+    QVERIFY(toggle(L::toggleMaximizeApp));
+    QTRY_VERIFY(!isFullscreen(qtProbe));
+}
+
+void TestWayland::minimiseAndRestore()
+{
+    QVERIFY(launch(gtkProbe));
+    QTRY_COMPARE(focusedAppId(), gtkProbe.appId);
+    if (!(platform->session()->capabilities() & WindowSession::Minimize)) {
+        // Where the compositor ignores it, the code is listed, not pretended.
+        QVERIFY(platform->getUnsupported().contains(L::toggleMinimizeApp));
+        return;
+    }
+    LinuxApp *probeApp = app(gtkProbe.entry);
+    QVERIFY(send(QJsonObject { { L::method, L::toggleMinimizeApp }, { L::id, gtkProbe.entry } }));
+    QTRY_VERIFY(platform->session()->window(probeApp->windows.first()).minimized);
+    QTRY_COMPARE(focusedAppId(), QString());
+    // Everything is minimised: "ma" brings the window back, in front.
+    QVERIFY(send(QJsonObject { { L::method, L::toggleMinimizeApp }, { L::id, gtkProbe.entry } }));
+    QTRY_VERIFY(!platform->session()->window(probeApp->windows.first()).minimized);
+    QTRY_COMPARE(focusedAppId(), gtkProbe.appId);
 }
 
 void TestWayland::keySequences_data()
@@ -398,6 +478,28 @@ void TestWayland::keySequences()
             QStringLiteral("key ffc2 0"), QStringLiteral("key 31 0") }));
 }
 
+namespace {
+// Sets the keyboard layout of the compositor's keyboards.
+void setLayout(bool sway, const QString &layout)
+{
+    if (sway) {
+        swaymsg({ QStringLiteral("input"), QStringLiteral("type:keyboard"),
+            QStringLiteral("xkb_layout"), layout });
+        return;
+    }
+    // KWin reads the layout from its kxkbrc (in the rig's configuration folder, not this
+    // test's own) and is told to reload it.
+    QSettings kxkbrc(qEnvironmentVariable("VELM_RIG_DIR") + QStringLiteral("/config/kxkbrc"),
+        QSettings::IniFormat);
+    kxkbrc.setValue(QStringLiteral("Layout/LayoutList"), layout);
+    kxkbrc.setValue(QStringLiteral("Layout/Use"), true);
+    kxkbrc.sync();
+    QProcess::execute(QStringLiteral("dbus-send"),
+        { QStringLiteral("--session"), QStringLiteral("--type=signal"), QStringLiteral("/Layouts"),
+            QStringLiteral("org.kde.keyboard.reloadConfig") });
+}
+} // namespace
+
 void TestWayland::keysOnAFrenchLayout()
 {
     QVERIFY(launch(gtkProbe));
@@ -405,14 +507,10 @@ void TestWayland::keysOnAFrenchLayout()
     const int generation = platform->session()->layoutGeneration();
     struct BackToUs
     {
-        ~BackToUs()
-        {
-            swaymsg({ QStringLiteral("input"), QStringLiteral("type:keyboard"),
-                QStringLiteral("xkb_layout"), QStringLiteral("us") });
-        }
-    } backToUs;
-    swaymsg({ QStringLiteral("input"), QStringLiteral("type:keyboard"),
-        QStringLiteral("xkb_layout"), QStringLiteral("fr") });
+        bool sway;
+        ~BackToUs() { setLayout(sway, QStringLiteral("us")); }
+    } backToUs { onSway };
+    setLayout(onSway, QStringLiteral("fr"));
     // The compositor tells about the new layout; characters come out as typed on it.
     QTRY_VERIFY(platform->session()->layoutGeneration() > generation);
     QVERIFY(send(QJsonObject { { L::method, L::keySequence }, { L::id, gtkProbe.entry },
@@ -437,9 +535,9 @@ void TestWayland::scrolling()
     QFETCH(ProbeKind, probe);
     QVERIFY(launch(probe));
     QTRY_COMPARE(focusedAppId(), probe.appId);
-    // The wheel turns where the pointer is: over the window, which fills the screen.
-    swaymsg({ QStringLiteral("seat"), QStringLiteral("seat0"), QStringLiteral("cursor"),
-        QStringLiteral("set"), QStringLiteral("640"), QStringLiteral("400") });
+    // The wheel turns where the pointer is: over the window once it fills the screen.
+    QVERIFY(send(QJsonObject { { L::method, L::toggleFullscreenApp }, { L::id, probe.entry } }));
+    QTRY_VERIFY(isFullscreen(probe));
     QVERIFY(send(QJsonObject {
         { L::method, L::appScroll }, { L::id, probe.entry }, { L::x, 0 }, { L::y, 9 } }));
     QTRY_COMPARE(linesOf(probe.log).filter(QStringLiteral("wheel")),

@@ -22,6 +22,10 @@ desktop="$root/share/applications/velm-server.desktop"
 [ -f "$desktop" ] || fail "no desktop entry"
 desktop-file-validate "$desktop" || fail "the desktop entry does not validate"
 grep -qx 'Icon=velm-server' "$desktop" || fail "the desktop entry names another icon"
+# KWin finds the program's entry by the full path of what it starts.
+grep -qx "Exec=$prefix/bin/velm-server" "$desktop" || fail "the desktop entry does not start $prefix/bin/velm-server"
+grep -qx 'X-KDE-Wayland-Interfaces=org_kde_plasma_window_management,org_kde_kwin_fake_input' \
+    "$desktop" || fail "the desktop entry does not ask KWin for its window and input protocols"
 for size in 16 22 24 32 48 64 128 256; do
     png="$root/share/icons/hicolor/${size}x${size}/apps/velm-server.png"
     [ -s "$png" ] || fail "no ${size}px icon"

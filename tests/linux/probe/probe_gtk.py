@@ -4,6 +4,8 @@
   key <keysym hex> <modifiers hex> <text hex>   for every key press but modifier keys
   wheel <up|down>                          for every wheel step
   close                                    when asked to close (it then quits)
+  active <1|0>                             when the window gains or loses the activation
+  fullscreen <1|0>                         when it enters or leaves full screen
 Modifiers are written with Qt's values (Shift 0x2000000, Control 0x4000000, Alt 0x8000000,
 Meta 0x10000000) so that both probes log the same line for the same key.
 Usage: probe_gtk.py --log FILE [--app-id ID] [--title TEXT]
@@ -39,8 +41,10 @@ def main():
 
     window = Gtk.Window(title=options.title)
     window.set_default_size(320, 200)
-    # Wheel clicks only, as steps: smooth scrolling would report each step twice.
-    window.add_events(Gdk.EventMask.SCROLL_MASK)
+    # Smooth scrolling: GTK then reports every axis event as one smooth step, whether the
+    # compositor sends wheel clicks or plain amounts (and emulated click events beside them,
+    # which are left out so that a step is logged once).
+    window.add_events(Gdk.EventMask.SCROLL_MASK | Gdk.EventMask.SMOOTH_SCROLL_MASK)
 
     def on_key(_widget, event):
         name = Gdk.keyval_name(event.keyval) or ""
@@ -61,10 +65,12 @@ def main():
         return True
 
     def on_scroll(_widget, event):
-        if event.direction == Gdk.ScrollDirection.UP:
-            record("wheel up")
-        elif event.direction == Gdk.ScrollDirection.DOWN:
-            record("wheel down")
+        if event.direction == Gdk.ScrollDirection.SMOOTH:
+            _ok, _dx, dy = event.get_scroll_deltas()
+            if dy < 0:
+                record("wheel up")
+            elif dy > 0:
+                record("wheel down")
         return True
 
     def on_delete(_widget, _event):
@@ -72,6 +78,17 @@ def main():
         Gtk.main_quit()
         return False
 
+    def on_active(widget, _param):
+        record("active %d" % (1 if widget.is_active() else 0))
+
+    def on_state(_widget, event):
+        if event.changed_mask & Gdk.WindowState.FULLSCREEN:
+            full = bool(event.new_window_state & Gdk.WindowState.FULLSCREEN)
+            record("fullscreen %d" % (1 if full else 0))
+        return False
+
+    window.connect("notify::is-active", on_active)
+    window.connect("window-state-event", on_state)
     window.connect("key-press-event", on_key)
     window.connect("scroll-event", on_scroll)
     window.connect("delete-event", on_delete)

@@ -4,6 +4,8 @@
 //   key <keysym hex> <modifiers hex> <text hex>   for every key press but modifier keys
 //   wheel <up|down>            for every wheel step
 //   close                      when asked to close (it then quits)
+//   active <1|0>               when the window gains or loses the activation
+//   fullscreen <1|0>           when it enters or leaves full screen
 // Options: --log FILE (required), --class NAME (the WM_CLASS class), --title TEXT,
 // --dock (a dock window), --skip-taskbar, --red-icon (a red window icon),
 // --refuse-close (stays open when asked to close).
@@ -44,6 +46,7 @@ class ProbeWindow : public QWidget
 {
 public:
     bool refuseClose = false;
+    bool wasFullscreen = false;
 
 protected:
     void keyPressEvent(QKeyEvent *event) override
@@ -73,6 +76,18 @@ protected:
     {
         record(event->angleDelta().y() > 0 ? QStringLiteral("wheel up")
                                            : QStringLiteral("wheel down"));
+    }
+    void changeEvent(QEvent *event) override
+    {
+        if (event->type() == QEvent::ActivationChange)
+            record(QStringLiteral("active %1").arg(isActiveWindow() ? 1 : 0));
+        if (event->type() == QEvent::WindowStateChange) {
+            const bool fullscreen = windowState() & Qt::WindowFullScreen;
+            if (fullscreen != wasFullscreen)
+                record(QStringLiteral("fullscreen %1").arg(fullscreen ? 1 : 0));
+            wasFullscreen = fullscreen;
+        }
+        QWidget::changeEvent(event);
     }
     void closeEvent(QCloseEvent *event) override
     {
