@@ -9,6 +9,8 @@
 #include <QDBusMessage>
 #include <QDBusReply>
 #include <QDBusVariant>
+#include <QFile>
+#include <QTimer>
 
 #include <cerrno>
 #include <signal.h>
@@ -131,3 +133,118 @@ Accessible Accessibility::application(int pid) const
 }
 
 Accessible Accessibility::focusedElement(int pid) const { return focused.value(pid); }
+
+namespace {
+const char *const frameEvents[]
+    = { "window:create", "window:destroy", "window:activate", "window:deactivate" };
+// How often frames of ended processes are looked for, while there are frames.
+constexpr int pruneInterval = 2000;
+
+bool processGone(int pid)
+{
+    if (pid <= 0 || (::kill(pid, 0) != 0 && errno == ESRCH))
+        return true;
+    // A zombie has ended too; only its parent has not been told yet.
+    QFile stat(QStringLiteral("/proc/%1/stat").arg(pid));
+    if (!stat.open(QIODevice::ReadOnly))
+        return true;
+    const QByteArray line = stat.readAll();
+    const int end = line.lastIndexOf(')');
+    return end > 0 && line.mid(end + 2, 1) == "Z";
+}
+} // namespace
+
+AccessibleFrames::AccessibleFrames(QObject *parent)
+    : QObject(parent)
+{
+    pruneTimer = new QTimer(this);
+    pruneTimer->setInterval(pruneInterval);
+    connect(pruneTimer, &QTimer::timeout, this, &AccessibleFrames::prune);
+}
+
+void AccessibleFrames::prune()
+{
+    for (int i = known.size() - 1; i >= 0; --i) {
+        if (processGone(processes.at(i)))
+            remove(i);
+    }
+}
+
+void AccessibleFrames::remove(int index)
+{
+    const Accessible frame = known.takeAt(index);
+    processes.removeAt(index);
+    if (known.isEmpty())
+        pruneTimer->stop();
+    emit frameRemoved(frame);
+}
+
+AccessibleFrames::~AccessibleFrames()
+{
+    if (!listener)
+        return;
+    for (const char *event : frameEvents)
+        atspi_event_listener_deregister(listener, event, nullptr);
+    g_object_unref(listener);
+}
+
+bool AccessibleFrames::start()
+{
+    if (listener)
+        return true;
+    if (!busThere() || atspi_init() > 1)
+        return false;
+    listener = atspi_event_listener_new(&AccessibleFrames::onEvent, this, nullptr);
+    for (const char *event : frameEvents) {
+        GError *error = nullptr;
+        if (!atspi_event_listener_register(listener, event, &error)) {
+            qCWarning(lcLinuxA11y) << "Cannot follow windows:" << (error ? error->message : "");
+            g_clear_error(&error);
+        }
+    }
+    const Accessible desktop = Accessible::adopt(atspi_get_desktop(0));
+    for (const Accessible &application : desktop.children()) {
+        for (const Accessible &child : application.children(100)) {
+            if (child.kind() == Accessible::Frame && child.isShowing())
+                add(child);
+        }
+    }
+    return true;
+}
+
+void AccessibleFrames::add(const Accessible &frame)
+{
+    if (frame.isNull() || known.contains(frame))
+        return;
+    known.append(frame);
+    processes.append(frame.processId());
+    pruneTimer->start();
+    emit frameAdded(frame);
+    if (frame.isActive())
+        emit frameActivated(frame);
+}
+
+void AccessibleFrames::onEvent(AtspiEvent *event, void *data)
+{
+    auto *self = static_cast<AccessibleFrames *>(data);
+    const Accessible source = Accessible::share(event->source);
+    const QByteArray type(event->type);
+    g_boxed_free(ATSPI_TYPE_EVENT, event);
+    if (type == "window:destroy") {
+        if (const int index = self->known.indexOf(source); index >= 0)
+            self->remove(index);
+        return;
+    }
+    if (source.kind() != Accessible::Frame)
+        return;
+    // A frame that was there before we looked is known from its first event.
+    if (!self->known.contains(source)) {
+        self->add(source);
+        if (type == "window:activate")
+            return;
+    }
+    if (type == "window:activate")
+        emit self->frameActivated(source);
+    else if (type == "window:deactivate")
+        emit self->frameDeactivated(source);
+}

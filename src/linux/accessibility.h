@@ -4,6 +4,9 @@
 
 #include <QHash>
 #include <QObject>
+#include <QVector>
+
+class QTimer;
 
 typedef struct _AtspiEvent AtspiEvent;
 typedef struct _AtspiEventListener AtspiEventListener;
@@ -38,4 +41,39 @@ private:
     static void onEvent(AtspiEvent *event, void *self);
     AtspiEventListener *listener = nullptr;
     QHash<int, Accessible> focused;
+};
+
+// The top-level windows of applications on the accessibility bus, as their toolkits announce
+// them: created, destroyed, activated and deactivated. Where the compositor tells other
+// programs nothing about windows (GNOME), this is how the program knows them.
+class AccessibleFrames : public QObject
+{
+    Q_OBJECT
+public:
+    explicit AccessibleFrames(QObject *parent = nullptr);
+    ~AccessibleFrames() override;
+
+    // Connects to the bus, lists the frames there are and follows them; false without a bus.
+    bool start();
+    bool isStarted() const { return listener != nullptr; }
+    QVector<Accessible> frames() const { return known; }
+    // Forgets the frames of processes that ended without closing them (killed or crashed:
+    // nothing is announced then).
+    void prune();
+
+signals:
+    void frameAdded(const Accessible &frame);
+    void frameRemoved(const Accessible &frame);
+    void frameActivated(const Accessible &frame);
+    void frameDeactivated(const Accessible &frame);
+
+private:
+    static void onEvent(AtspiEvent *event, void *self);
+    void add(const Accessible &frame);
+    void remove(int index);
+    AtspiEventListener *listener = nullptr;
+    QVector<Accessible> known;
+    // The process of each known frame, read when it was first seen.
+    QVector<int> processes;
+    QTimer *pruneTimer = nullptr;
 };

@@ -11,6 +11,9 @@
 #include "windowsession.h"
 
 #include <KStartupInfo>
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QDBusPendingCallWatcher>
 #include <QFileInfo>
 #include <QQueue>
 #include <QTimer>
@@ -139,10 +142,40 @@ void LinuxApp::launch() { launchWith({}); }
 
 void LinuxApp::activate()
 {
-    if (session && !windows.isEmpty())
+    if (session && !windows.isEmpty() && (session->capabilities() & WindowSession::Activate))
         session->activate(recentWindow());
+    else if (!windows.isEmpty())
+        activateThroughEntry();
     else
         launch();
+}
+
+void LinuxApp::activateThroughEntry()
+{
+    // Where nobody but the compositor may bring a window forward, the application is asked
+    // to come forward itself: through the D-Bus activation its entry declares, else by being
+    // started again (a single-instance application then shows its window).
+    GDesktopAppInfo *entry
+        = m_info && G_IS_DESKTOP_APP_INFO(m_info) ? G_DESKTOP_APP_INFO(m_info) : nullptr;
+    if (!entry || !g_desktop_app_info_get_boolean(entry, "DBusActivatable")) {
+        launch();
+        return;
+    }
+    QString objectPath = QLatin1Char('/') + id;
+    objectPath.replace(QLatin1Char('.'), QLatin1Char('/'))
+        .replace(QLatin1Char('-'), QLatin1Char('_'));
+    QDBusMessage call = QDBusMessage::createMethodCall(
+        id, objectPath, QStringLiteral("org.freedesktop.Application"), QStringLiteral("Activate"));
+    call << QVariantMap();
+    auto *watcher
+        = new QDBusPendingCallWatcher(QDBusConnection::sessionBus().asyncCall(call), this);
+    connect(watcher, &QDBusPendingCallWatcher::finished, this, [this, watcher] {
+        watcher->deleteLater();
+        if (watcher->isError()) {
+            qCWarning(lcLinux) << "Cannot activate" << id << watcher->error().message();
+            launch();
+        }
+    });
 }
 
 void LinuxApp::quit()
@@ -245,7 +278,7 @@ void LinuxApp::performKeySequence(const QString &keys)
         connect(
             session, &WindowSession::activeWindowChanged, this, &LinuxApp::onActiveWindowChanged);
     }
-    session->activate(recentWindow());
+    activate();
     m_activationTimer->start();
 }
 

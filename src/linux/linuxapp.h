@@ -76,6 +76,7 @@ public slots:
 
 private:
     bool hasWindows(const char *operation) const;
+    void activateThroughEntry();
     // The frame in front (the active one, else the first) of the application's element.
     Accessible frontFrame() const;
     Accessible menuBar() const;

@@ -13,6 +13,7 @@
 #include "loginsession.h"
 #include "mediaplayers.h"
 #include "plasmasession.h"
+#include "portalsession.h"
 #include "pulseaudio.h"
 #include "standardfileservices.h"
 #include "waylandconnection.h"
@@ -70,22 +71,32 @@ QIcon iconFromGIcon(GIcon *gicon)
 
 // The best way to reach other applications' windows that the session offers. On a Wayland
 // session, the compositor's own protocols see native windows and XWayland ones alike; X11
-// alone would see only the latter.
+// alone would see only the latter. VELM_WINDOWS (x11, wlroots, plasma, portal) asks for one.
 WindowSession *chooseWindowSession(QObject *parent)
 {
-    if (WaylandConnection::sessionIsWayland()) {
+    const QByteArray wanted = qgetenv("VELM_WINDOWS").toLower();
+    if (wanted == "x11")
+        return X11Session::available() ? new X11Session(parent) : nullptr;
+    if (WaylandConnection::sessionIsWayland() || !wanted.isEmpty()) {
         auto *connection = new WaylandConnection;
-        if (WlrootsSession::offeredBy(connection))
-            return new WlrootsSession(connection, parent);
-        if (PlasmaSession::offeredBy(connection))
-            return new PlasmaSession(connection, parent);
+        if (wanted.isEmpty() || wanted == "wlroots") {
+            if (WlrootsSession::offeredBy(connection))
+                return new WlrootsSession(connection, parent);
+        }
+        if (wanted.isEmpty() || wanted == "plasma") {
+            if (PlasmaSession::offeredBy(connection))
+                return new PlasmaSession(connection, parent);
+        }
         if (connection->compositorName() == "kwin_wayland")
             qCWarning(lcLinux) << "KWin keeps its window protocols from this program: install it "
                                   "with its desktop entry, which asks for them";
+        if (wanted.isEmpty() || wanted == "portal") {
+            // GNOME, and compositors that tell other programs nothing about windows.
+            return new PortalSession(connection, parent);
+        }
         delete connection;
-        if (X11Session::available())
-            qCWarning(lcLinux) << "The compositor offers no window protocol we know: only "
-                                  "XWayland windows are followed";
+        qCWarning(lcLinux) << "VELM_WINDOWS asks for" << wanted << "which this session lacks";
+        return nullptr;
     }
     if (X11Session::available())
         return new X11Session(parent);

@@ -47,6 +47,14 @@ unsigned WindowSession::keycodeFor(unsigned keysym) const
     return fallback;
 }
 
+unsigned WindowSession::keysymAt(unsigned keycode) const
+{
+    const xkb_keysym_t *syms = nullptr;
+    if (!m_keymap || xkb_keymap_key_get_syms_by_level(m_keymap, keycode, 0, 0, &syms) < 1)
+        return 0;
+    return syms[0];
+}
+
 QHash<QByteArray, unsigned> WindowSession::layoutCharacters() const
 {
     QHash<QByteArray, unsigned> table;

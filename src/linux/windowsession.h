@@ -40,6 +40,8 @@ public:
     // What a session can do; the platform lists the rest in `unsupported`.
     enum Capability {
         ListWindows = 0x1,
+        // Brings a given window forward; without it, applications come forward through their
+        // desktop entries.
         Activate = 0x2,
         Close = 0x4,
         Minimize = 0x8,
@@ -81,6 +83,8 @@ public:
 
     // The keycode that types `keysym` in the current layout (level 1 preferred), or 0.
     unsigned keycodeFor(unsigned keysym) const;
+    // The keysym of the key's unshifted level; 0 when the layout has none.
+    unsigned keysymAt(unsigned keycode) const;
     // Every keycode with the text its unshifted level types, for the key-name table.
     QHash<QByteArray, unsigned> layoutCharacters() const;
     bool hasLayout() const { return m_keymap != nullptr; }

@@ -243,7 +243,7 @@ void TestWayland::initTestCase()
     // The GTK one is found by its app id, which is the entry's id.
     writeEntry(QStringLiteral("velm-gtk-probe.desktop"),
         QStringLiteral("[Desktop Entry]\nType=Application\nName=Velm GTK Probe\nExec=env "
-                       "GDK_BACKEND=wayland python3 %1 --log %2 --app-id velm-gtk-probe\n")
+                       "GDK_BACKEND=wayland /usr/bin/python3 %1 --log %2 --app-id velm-gtk-probe\n")
             .arg(QStringLiteral(VELM_PROBE_GTK), gtkProbe.log));
     qputenv("XDG_DATA_HOME", data.path().toUtf8());
 

@@ -1,0 +1,70 @@
+#pragma once
+
+#include <QDBusObjectPath>
+#include <QList>
+#include <QObject>
+#include <QVariantMap>
+
+#include <functional>
+
+class QDBusMessage;
+
+// Keys and wheel steps through the XDG desktop portal's RemoteDesktop interface, the way a
+// desktop without window protocols for other programs (GNOME) lets one control it. The first
+// use opens the desktop's consent dialog; the restore token it grants is kept in the settings
+// ("remoteDesktopToken"), so later sessions, also after a restart, start without asking again.
+// Input asked for while the session starts waits for it, in order.
+class RemoteDesktopPortal : public QObject
+{
+    Q_OBJECT
+public:
+    enum State { Unknown, Unavailable, Idle, Starting, Ready, Refused };
+    Q_ENUM(State)
+
+    explicit RemoteDesktopPortal(QObject *parent = nullptr);
+
+    State state() const { return m_state; }
+    // The desktop has the portal and it offers a keyboard and a pointer, and the user has not
+    // refused them.
+    bool isUsable() const { return m_state == Idle || m_state == Starting || m_state == Ready; }
+
+    // Presses the keys in order, then releases them in reverse order.
+    void pressKeysyms(const QList<unsigned> &modifiers, unsigned keysym);
+    // One wheel step: up or down.
+    void scroll(bool up);
+
+    // The settings key of the restore token.
+    static const QString tokenKey;
+
+signals:
+    void stateChanged(RemoteDesktopPortal::State state);
+
+private:
+    using Step = std::function<void()>;
+    void setState(State state);
+    void onAvailability(const QVariant &types);
+    // Sends now when the session is there, else starts it and sends once it is.
+    void whenReady(const Step &step);
+    void createSession();
+    void selectDevices();
+    void start();
+    // Calls a portal method that answers through a Request object's Response signal.
+    void request(const QString &method, QList<QVariant> arguments, QVariantMap options,
+        void (RemoteDesktopPortal::*onResponse)(uint, const QVariantMap &));
+    void onCreated(uint response, const QVariantMap &results);
+    void onSelected(uint response, const QVariantMap &results);
+    void onStarted(uint response, const QVariantMap &results);
+    void fail(const QString &why, State state);
+    void notify(const QString &method, const QList<QVariant> &arguments);
+
+    State m_state = Unknown;
+    QDBusObjectPath m_session;
+    QList<Step> m_waiting;
+    // The reply handler of the request now under way.
+    void (RemoteDesktopPortal::*m_onResponse)(uint, const QVariantMap &) = nullptr;
+    QString m_requestPath;
+
+private slots:
+    void onResponse(uint response, const QVariantMap &results);
+    void onSessionClosed();
+};
