@@ -142,25 +142,25 @@ void LinuxApp::launch() { launchWith({}); }
 
 void LinuxApp::activate()
 {
-    if (session && !windows.isEmpty() && (session->capabilities() & WindowSession::Activate))
-        session->activate(recentWindow());
-    else if (!windows.isEmpty())
-        activateThroughEntry();
-    else
+    if (windows.isEmpty())
+        launch();
+    else if (!bringForward())
+        // A single-instance application started again shows its window.
         launch();
 }
 
-void LinuxApp::activateThroughEntry()
+bool LinuxApp::bringForward()
 {
+    if (session && !windows.isEmpty() && (session->capabilities() & WindowSession::Activate)) {
+        session->activate(recentWindow());
+        return true;
+    }
     // Where nobody but the compositor may bring a window forward, the application is asked
-    // to come forward itself: through the D-Bus activation its entry declares, else by being
-    // started again (a single-instance application then shows its window).
+    // to come forward itself, through the D-Bus activation its entry declares.
     GDesktopAppInfo *entry
         = m_info && G_IS_DESKTOP_APP_INFO(m_info) ? G_DESKTOP_APP_INFO(m_info) : nullptr;
-    if (!entry || !g_desktop_app_info_get_boolean(entry, "DBusActivatable")) {
-        launch();
-        return;
-    }
+    if (!entry || !g_desktop_app_info_get_boolean(entry, "DBusActivatable"))
+        return false;
     QString objectPath = QLatin1Char('/') + id;
     objectPath.replace(QLatin1Char('.'), QLatin1Char('/'))
         .replace(QLatin1Char('-'), QLatin1Char('_'));
@@ -171,11 +171,10 @@ void LinuxApp::activateThroughEntry()
         = new QDBusPendingCallWatcher(QDBusConnection::sessionBus().asyncCall(call), this);
     connect(watcher, &QDBusPendingCallWatcher::finished, this, [this, watcher] {
         watcher->deleteLater();
-        if (watcher->isError()) {
+        if (watcher->isError())
             qCWarning(lcLinux) << "Cannot activate" << id << watcher->error().message();
-            launch();
-        }
     });
+    return true;
 }
 
 void LinuxApp::quit()
@@ -278,7 +277,9 @@ void LinuxApp::performKeySequence(const QString &keys)
         connect(
             session, &WindowSession::activeWindowChanged, this, &LinuxApp::onActiveWindowChanged);
     }
-    activate();
+    // Never started again for keys: a second copy of the program would get them.
+    if (!bringForward())
+        qCWarning(lcLinux) << "Cannot bring" << id << "forward for keys";
     m_activationTimer->start();
 }
 

@@ -76,7 +76,9 @@ public slots:
 
 private:
     bool hasWindows(const char *operation) const;
-    void activateThroughEntry();
+    // Asks the session, else the application itself, to bring it forward; false when
+    // neither can.
+    bool bringForward();
     // The frame in front (the active one, else the first) of the application's element.
     Accessible frontFrame() const;
     Accessible menuBar() const;
