@@ -27,11 +27,19 @@ void FrameGate::onReadyRead()
         socket->skip(socket->bytesAvailable());
         return;
     }
-    held += socket->readAll();
-    release();
+    QByteArray incoming = socket->readAll();
+    // The WebSocket layer reads on queued calls, so what was handed on last time may still be
+    // unread, at the front of what came in: it stays there, ahead of everything held back.
+    QByteArray unread;
+    if (!handedOn.isEmpty() && incoming.startsWith(handedOn)) {
+        unread = handedOn;
+        incoming.remove(0, handedOn.size());
+    }
+    held += incoming;
+    release(unread);
 }
 
-bool FrameGate::release()
+bool FrameGate::release(const QByteArray &unread)
 {
     qint64 ready = 0;
     while (state != WaitingForUpgrade && state != Discarding) {
@@ -39,6 +47,7 @@ bool FrameGate::release()
         if (unit < 0) {
             state = Refused;
             held.clear();
+            handedOn.clear();
             socket->abort();
             return false;
         }
@@ -57,11 +66,10 @@ bool FrameGate::release()
         // connection ends a moment later all the same.
         QTimer::singleShot(closeGrace, socket, [socket = socket] { socket->disconnectFromHost(); });
     }
-    if (ready == 0)
-        return true;
     // Put back at the front of the socket's buffer, where the WebSocket layer reads.
-    for (qint64 i = ready - 1; i >= 0; --i)
-        socket->ungetChar(held.at(int(i)));
+    handedOn = unread + held.left(int(ready));
+    for (qint64 i = handedOn.size() - 1; i >= 0; --i)
+        socket->ungetChar(handedOn.at(int(i)));
     held.remove(0, int(ready));
     return true;
 }
@@ -118,6 +126,8 @@ void FrameGate::handshakeTaken()
     if (state != WaitingForUpgrade)
         return;
     state = Frames;
+    // The handshake has been read: nothing handed on is waiting any more.
+    handedOn.clear();
     if (held.isEmpty() || !release() || socket->bytesAvailable() == 0)
         return;
     // Frames that came right behind the handshake: nothing more may arrive to announce them.

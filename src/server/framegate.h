@@ -30,8 +30,9 @@ public:
 
 private:
     void onReadyRead();
-    // Hands on every whole unit that `held` starts with; false when the connection was closed.
-    bool release();
+    // Hands on every whole unit that `held` starts with, behind `unread` (what was handed on
+    // before and is still unread); false when the connection was closed.
+    bool release(const QByteArray &unread = QByteArray());
     // The length of the whole unit at `offset` in `held`; 0 when it is not whole yet, -1 when
     // the connection must be closed.
     qint64 wholeUnit(qint64 offset);
@@ -39,6 +40,8 @@ private:
     enum State { Handshake, WaitingForUpgrade, Frames, Discarding, Refused };
     QTcpSocket *socket;
     QByteArray held;
+    // The bytes last put back for the WebSocket layer.
+    QByteArray handedOn;
     qint64 frameLimit = 0;
     State state = Handshake;
     bool delivering = false;
