@@ -144,11 +144,6 @@ bool PlasmaSession::offeredBy(const WaylandConnection *connection)
 PlasmaSession::PlasmaSession(WaylandConnection *connection, QObject *parent)
     : WaylandWindowSession(connection, parent)
 {
-    connect(connection, &WaylandConnection::lost, this, [this] {
-        releaseAll();
-        withdrawAll();
-        emit capabilitiesChanged();
-    });
     m_managerVersion = qMin(connection->version(org_kde_plasma_window_management_interface.name),
         uint32_t(org_kde_plasma_window_management_interface.version));
     m_manager = static_cast<org_kde_plasma_window_management *>(
@@ -172,9 +167,9 @@ PlasmaSession::PlasmaSession(WaylandConnection *connection, QObject *parent)
     qCInfo(lcLinux) << "Windows and input through KWin (Plasma protocols)";
 }
 
-PlasmaSession::~PlasmaSession() { releaseAll(); }
+PlasmaSession::~PlasmaSession() { releaseProxies(); }
 
-void PlasmaSession::releaseAll()
+void PlasmaSession::releaseProxies()
 {
     for (Window *window : qAsConst(m_windows)) {
         org_kde_plasma_window_destroy(window->proxy);
@@ -187,7 +182,6 @@ void PlasmaSession::releaseAll()
         org_kde_plasma_window_management_destroy(m_manager);
     m_fakeInput = nullptr;
     m_manager = nullptr;
-    seat()->release();
 }
 
 WindowSession::Capabilities PlasmaSession::capabilities() const
@@ -302,15 +296,11 @@ void PlasmaSession::pressChord(const QList<unsigned> &modifierKeycodes, unsigned
         org_kde_kwin_fake_input_keyboard_key(m_fakeInput, code - 8,
             press ? WL_KEYBOARD_KEY_STATE_PRESSED : WL_KEYBOARD_KEY_STATE_RELEASED);
     };
+    QList<unsigned> modifiers;
     for (unsigned modifier : modifierKeycodes) {
         if (modifier >= 8)
-            key(modifier, true);
+            modifiers << modifier;
     }
-    key(keycode, true);
-    key(keycode, false);
-    for (auto it = modifierKeycodes.crbegin(); it != modifierKeycodes.crend(); ++it) {
-        if (*it >= 8)
-            key(*it, false);
-    }
+    pressInChordOrder(modifiers, keycode, key);
     connection()->flush();
 }

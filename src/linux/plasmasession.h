@@ -41,10 +41,12 @@ public:
     void onChanged(Window *window);
     void onUnmapped(Window *window);
 
+protected:
+    void releaseProxies() override;
+
 private:
     Window *find(WId id) const { return m_windows.value(id); }
     void setState(WId id, uint32_t flag, bool on);
-    void releaseAll();
 
     org_kde_plasma_window_management *m_manager = nullptr;
     uint32_t m_managerVersion = 0;

@@ -1,6 +1,7 @@
 #include "remotedesktopportal.h"
 
 #include "linuxlogging.h"
+#include "windowsession.h"
 
 #include <QDBusConnection>
 #include <QDBusMessage>
@@ -82,12 +83,7 @@ void RemoteDesktopPortal::pressKeysyms(const QList<unsigned> &modifiers, unsigne
             notify(QStringLiteral("NotifyKeyboardKeysym"),
                 { QVariantMap(), int(sym), press ? 1u : 0u });
         };
-        for (unsigned modifier : modifiers)
-            key(modifier, true);
-        key(keysym, true);
-        key(keysym, false);
-        for (auto it = modifiers.crbegin(); it != modifiers.crend(); ++it)
-            key(*it, false);
+        pressInChordOrder(modifiers, keysym, key);
     });
 }
 

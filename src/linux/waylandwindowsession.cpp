@@ -15,8 +15,13 @@ WaylandWindowSession::WaylandWindowSession(WaylandConnection *connection, QObjec
     m_context = xkb_context_new(XKB_CONTEXT_NO_FLAGS);
     m_seat = new WaylandSeat(connection, this);
     connect(m_seat, &WaylandSeat::keymapReceived, this, &WaylandWindowSession::onKeymap);
-    // The seat's proxies go before the connection does.
-    connect(connection, &WaylandConnection::lost, m_seat, &WaylandSeat::release);
+    // Every proxy goes before the connection does; the windows are gone with it.
+    connect(connection, &WaylandConnection::lost, this, [this] {
+        releaseProxies();
+        m_seat->release();
+        withdrawAll();
+        emit capabilitiesChanged();
+    });
 }
 
 WaylandWindowSession::~WaylandWindowSession()

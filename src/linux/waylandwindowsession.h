@@ -40,6 +40,8 @@ protected:
     void withdrawAll();
     // A new keymap from the seat has been taken.
     virtual void keymapTaken() { }
+    // Lets go of the session's own proxies, when the connection is lost.
+    virtual void releaseProxies() { }
     // Compiles the keymap text; null when it cannot be read.
     xkb_keymap *compile(const QByteArray &text) const;
     // The keymap in XKB's text format, as libxkbcommon writes it.

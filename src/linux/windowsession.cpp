@@ -2,6 +2,17 @@
 
 #include <xkbcommon/xkbcommon.h>
 
+void pressInChordOrder(const QList<unsigned> &modifiers, unsigned key,
+    const std::function<void(unsigned key, bool press)> &press)
+{
+    for (unsigned modifier : modifiers)
+        press(modifier, true);
+    press(key, true);
+    press(key, false);
+    for (auto it = modifiers.crbegin(); it != modifiers.crend(); ++it)
+        press(*it, false);
+}
+
 WindowSession::WindowSession(QObject *parent)
     : QObject(parent)
 { }

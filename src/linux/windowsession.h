@@ -9,7 +9,14 @@
 #include <QStringList>
 #include <QWindow>
 
+#include <functional>
+
 struct xkb_keymap;
+
+// Presses the modifiers in order and the key, then releases the key and the modifiers in
+// reverse order: how every mechanism types a chord.
+void pressInChordOrder(const QList<unsigned> &modifiers, unsigned key,
+    const std::function<void(unsigned key, bool press)> &press);
 
 // What the desktop says about one top-level window.
 struct DesktopWindow

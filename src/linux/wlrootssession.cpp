@@ -126,11 +126,6 @@ bool WlrootsSession::offeredBy(const WaylandConnection *connection)
 WlrootsSession::WlrootsSession(WaylandConnection *connection, QObject *parent)
     : WaylandWindowSession(connection, parent)
 {
-    connect(connection, &WaylandConnection::lost, this, [this] {
-        releaseAll();
-        withdrawAll();
-        emit capabilitiesChanged();
-    });
     // sway tiles: it lists the requests but leaves minimised and maximised windows as they are.
     const QByteArray compositor = connection->compositorName();
     if (compositor == "sway") {
@@ -172,9 +167,9 @@ WlrootsSession::WlrootsSession(WaylandConnection *connection, QObject *parent)
                               << "(wlroots protocols)";
 }
 
-WlrootsSession::~WlrootsSession() { releaseAll(); }
+WlrootsSession::~WlrootsSession() { releaseProxies(); }
 
-void WlrootsSession::releaseAll()
+void WlrootsSession::releaseProxies()
 {
     // Every proxy goes before the connection that owns it.
     for (Toplevel *toplevel : qAsConst(m_toplevels)) {
@@ -197,7 +192,6 @@ void WlrootsSession::releaseAll()
     m_pointerManager = nullptr;
     m_keyboardManager = nullptr;
     m_manager = nullptr;
-    seat()->release();
 }
 
 WindowSession::Capabilities WlrootsSession::capabilities() const
@@ -353,16 +347,12 @@ void WlrootsSession::pressChord(const QList<unsigned> &modifierKeycodes, unsigne
                 xkb_state_serialize_layout(state, XKB_STATE_LAYOUT_EFFECTIVE));
         }
     };
+    QList<unsigned> modifiers;
     for (unsigned modifier : modifierKeycodes) {
         if (modifier >= 8)
-            key(modifier, true);
+            modifiers << modifier;
     }
-    key(keycode, true);
-    key(keycode, false);
-    for (auto it = modifierKeycodes.crbegin(); it != modifierKeycodes.crend(); ++it) {
-        if (*it >= 8)
-            key(*it, false);
-    }
+    pressInChordOrder(modifiers, keycode, key);
     xkb_state_unref(state);
     connection()->flush();
 }

@@ -48,12 +48,11 @@ public:
 
 protected:
     void keymapTaken() override;
+    void releaseProxies() override;
 
 private:
     Toplevel *find(WId id) const { return m_toplevels.value(id); }
     void uploadKeymap();
-    // Lets go of every object of the connection.
-    void releaseAll();
 
     // The compositor ignores these requests although it offers them.
     bool m_ignoresMinimize = false;

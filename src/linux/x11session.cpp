@@ -204,11 +204,7 @@ void X11Session::pressChord(const QList<unsigned> &modifierKeycodes, unsigned ke
 {
     if (!connection || !keycode)
         return;
-    for (unsigned modifier : modifierKeycodes)
-        fakeKey(modifier, true);
-    fakeKey(keycode, true);
-    fakeKey(keycode, false);
-    for (auto it = modifierKeycodes.crbegin(); it != modifierKeycodes.crend(); ++it)
-        fakeKey(*it, false);
+    pressInChordOrder(
+        modifierKeycodes, keycode, [this](unsigned code, bool press) { fakeKey(code, press); });
     xcb_flush(connection);
 }

@@ -105,14 +105,7 @@ QList<QPair<int, int>> TestPortalSession::keysyms() const
     return result;
 }
 
-bool TestPortalSession::send(const QJsonObject &message)
-{
-    const int before = client->framesWith(L::unsupported).size();
-    client->send(message);
-    client->send(QJsonObject { { L::method, L::unsupported } });
-    return QTest::qWaitFor(
-        [&] { return client->framesWith(L::unsupported).size() > before; }, 5000);
-}
+bool TestPortalSession::send(const QJsonObject &message) { return client->sendAndSync(message); }
 
 void TestPortalSession::initTestCase()
 {

@@ -196,15 +196,7 @@ QList<int> TestWayland::windowProcesses() const
     return pids;
 }
 
-bool TestWayland::send(const QJsonObject &message)
-{
-    // A marker request after it proves that the server has dealt with it.
-    const int before = client->framesWith(L::unsupported).size();
-    client->send(message);
-    client->send(QJsonObject { { L::method, L::unsupported } });
-    return QTest::qWaitFor(
-        [&] { return client->framesWith(L::unsupported).size() > before; }, 5000);
-}
+bool TestWayland::send(const QJsonObject &message) { return client->sendAndSync(message); }
 
 bool TestWayland::launch(const ProbeKind &probe)
 {

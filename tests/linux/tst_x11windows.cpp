@@ -149,15 +149,7 @@ LinuxApp *TestX11Windows::app(const QString &id) const
     return qobject_cast<LinuxApp *>(platform->appforId(id));
 }
 
-bool TestX11Windows::send(const QJsonObject &message)
-{
-    // A marker request after it proves that the server has dealt with it.
-    const int before = client->framesWith(L::unsupported).size();
-    client->send(message);
-    client->send(QJsonObject { { L::method, L::unsupported } });
-    return QTest::qWaitFor(
-        [&] { return client->framesWith(L::unsupported).size() > before; }, 5000);
-}
+bool TestX11Windows::send(const QJsonObject &message) { return client->sendAndSync(message); }
 
 void TestX11Windows::initTestCase()
 {

@@ -67,7 +67,5 @@ std::optional<Frame> CoreFixture::request(
 
 bool CoreFixture::requestAndSettle(ProtocolClient *client, const QJsonObject &message)
 {
-    client->send(message);
-    return request(client, QJsonObject { { L::method, L::unsupported } }, L::unsupported)
-        .has_value();
+    return client->sendAndSync(message);
 }

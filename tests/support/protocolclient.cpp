@@ -1,11 +1,14 @@
 #include "protocolclient.h"
 
+#include "l.h"
+
 #include "qaesencryption.h"
 
 #include <QCryptographicHash>
 #include <QDataStream>
 #include <QJsonDocument>
 #include <QRandomGenerator>
+#include <QTest>
 #include <QUrl>
 #include <QUrlQuery>
 
@@ -177,4 +180,12 @@ void ProtocolClient::onBinaryMessage(const QByteArray &message)
         }
     }
     emit frameReceived(frame);
+}
+
+bool ProtocolClient::sendAndSync(const QJsonObject &message)
+{
+    const int before = framesWith(L::unsupported).size();
+    send(message);
+    send(QJsonObject { { L::method, L::unsupported } });
+    return QTest::qWaitFor([&] { return framesWith(L::unsupported).size() > before; }, 5000);
 }

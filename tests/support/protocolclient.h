@@ -69,6 +69,9 @@ public:
 
     // Frames with the given code received so far.
     QList<Frame> framesWith(const QString &method) const;
+    // Sends the message, then asks for the unsupported list: true once that answer arrived,
+    // which proves that the server has dealt with the message (within 5 s).
+    bool sendAndSync(const QJsonObject &message);
 
 signals:
     void frameReceived(const Frame &frame);
