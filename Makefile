@@ -14,6 +14,7 @@ RELEASE := build/release
 FUZZ := build/fuzz
 # Without a display the server runs on Qt's offscreen platform.
 HEADLESS := $(if $(DISPLAY)$(WAYLAND_DISPLAY),,QT_QPA_PLATFORM=offscreen)
+UNAME := $(shell uname -s)
 
 .PHONY: all deps build build-asan test test-dev test-asan test-none run install translations screenshots \
 	bench fuzz fuzz-long format clean
@@ -24,8 +25,16 @@ all: build
 deps:
 	@scripts/deps
 
+ifeq ($(UNAME),Darwin)
+# On a Mac: Homebrew's Qt 5; the bundle is the program, the portable and backend tests run.
+QT5_PREFIX := $(shell brew --prefix qt@5 2>/dev/null)
+JOBS := $(shell sysctl -n hw.ncpu)
+HEADLESS :=
+MAC_CMAKE := -DCMAKE_PREFIX_PATH=$(QT5_PREFIX)
+endif
+
 $(DEV)/build.ninja:
-	cmake -S . -B $(DEV) -G Ninja -DCMAKE_BUILD_TYPE=Debug -DVELM_WERROR=$(WERROR)
+	cmake -S . -B $(DEV) -G Ninja -DCMAKE_BUILD_TYPE=Debug -DVELM_WERROR=$(WERROR) $(MAC_CMAKE)
 
 $(ASAN)/build.ninja:
 	cmake -S . -B $(ASAN) -G Ninja -DCMAKE_BUILD_TYPE=Debug -DVELM_WERROR=$(WERROR) \
@@ -49,7 +58,18 @@ build: deps $(DEV)/build.ninja
 build-asan: deps $(ASAN)/build.ninja
 	cmake --build $(ASAN) -j $(JOBS)
 
+ifeq ($(UNAME),Darwin)
+test: build
+	cd $(DEV) && ctest -L "portable|mac-logic" --output-on-failure --timeout 300
+
+run: build
+	"$(DEV)/src/shell/Velm Server.app/Contents/MacOS/Velm Server"
+else
 test: test-dev test-asan test-none
+
+run: build
+	$(HEADLESS) $(DEV)/src/shell/velm-server
+endif
 
 test-dev: build
 	cd $(DEV) && ctest --output-on-failure --timeout 300
@@ -64,9 +84,6 @@ test-asan: build-asan
 test-none: deps $(NONE)/build.ninja
 	$(HIDDEN) cmake --build $(NONE) -j $(JOBS) --target portable_tests
 	cd $(NONE) && ctest -L portable --output-on-failure --timeout 300
-
-run: build
-	$(HEADLESS) $(DEV)/src/shell/velm-server
 
 # The program, its desktop entry, icons and translations under PREFIX (needs root for /usr/local).
 install: deps $(RELEASE)/build.ninja

@@ -11,7 +11,12 @@ Platform::Platform(QObject *parent)
 
 Platform::~Platform() { qDeleteAll(installedApps); }
 
-App *Platform::appforId(const QString &id) const { return apps.value(id); }
+App *Platform::appforId(const QString &id) const
+{
+    // An application without an identifier (a bundle that names none) is listed, but no
+    // request can mean it.
+    return id.isEmpty() ? nullptr : apps.value(id);
+}
 
 void Platform::setCurrentApp(App *app)
 {

@@ -1,0 +1,5 @@
+#pragma once
+#include <Availability.h>
+#define MAC_OS_X_VERSION_10_15 101500
+#define MAC_OS_X_VERSION_MIN_REQUIRED MAC_OS_X_VERSION_10_15
+#define MAC_OS_X_VERSION_MAX_ALLOWED 140000
