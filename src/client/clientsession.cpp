@@ -1,0 +1,166 @@
+#include "clientsession.h"
+
+#include "l.h"
+#include "qaesencryption.h"
+
+#include <QCryptographicHash>
+#include <QDataStream>
+#include <QJsonDocument>
+#include <QRandomGenerator>
+#include <QUrlQuery>
+
+ClientSession::ClientSession(const QString &id, QObject *parent)
+    : QObject(parent)
+    , m_id(id)
+{
+    qRegisterMetaType<Frame>();
+    connect(&m_socket, &QWebSocket::binaryMessageReceived, this, &ClientSession::onBinaryMessage);
+    connect(&m_socket, &QWebSocket::disconnected, this, [this] {
+        m_closed = true;
+        m_closeCode = m_socket.closeCode();
+        emit closed();
+    });
+}
+
+QUrl ClientSession::serverUrl(const QString &host, quint16 port, const QString &id)
+{
+    QUrl url;
+    url.setScheme(QStringLiteral("ws"));
+    url.setHost(host);
+    url.setPort(port);
+    url.setPath(QStringLiteral("/"));
+    QUrlQuery items;
+    items.addQueryItem(QStringLiteral("i"), id);
+    items.addQueryItem(QStringLiteral("v"), QStringLiteral("1"));
+    url.setQuery(items);
+    return url;
+}
+
+void ClientSession::open(const QUrl &url) { m_socket.open(url); }
+
+void ClientSession::close() { m_socket.close(); }
+
+QByteArray ClientSession::deriveKey(
+    const QString &id, const QString &token, const QString &sessionToken)
+{
+    const QByteArray session = sessionToken.toUtf8();
+    QByteArray input = id.toUtf8() + token.toUtf8() + session;
+    if (!session.isEmpty()) {
+        const int first = static_cast<signed char>(session.at(0));
+        const int repeat = first % session.size();
+        if (repeat > 0)
+            input += session.left(repeat);
+    }
+    return QCryptographicHash::hash(input, QCryptographicHash::Sha1);
+}
+
+QByteArray ClientSession::encryptBody(const QByteArray &plain, const QByteArray &key)
+{
+    quint32 words[4];
+    QRandomGenerator::global()->fillRange(words);
+    const QByteArray iv(reinterpret_cast<const char *>(words), sizeof words);
+    return iv
+        + QAESEncryption::Crypt(QAESEncryption::AES_128, QAESEncryption::CBC, plain, key.left(16),
+            iv, QAESEncryption::PKCS7);
+}
+
+QByteArray ClientSession::decryptBody(const QByteArray &body, const QByteArray &key, bool *ok)
+{
+    *ok = false;
+    if (body.size() < 32 || (body.size() - 16) % 16 != 0)
+        return QByteArray();
+    const QByteArray padded = QAESEncryption::Decrypt(QAESEncryption::AES_128, QAESEncryption::CBC,
+        body.mid(16), key.left(16), body.left(16), QAESEncryption::PKCS7);
+    if (padded.isEmpty())
+        return QByteArray();
+    const int pad = uchar(padded.back());
+    if (pad < 1 || pad > 16 || pad > padded.size())
+        return QByteArray();
+    for (int i = padded.size() - pad; i < padded.size(); ++i) {
+        if (uchar(padded.at(i)) != pad)
+            return QByteArray();
+    }
+    *ok = true;
+    return padded.left(padded.size() - pad);
+}
+
+bool ClientSession::parseFrame(const QByteArray &raw, const QByteArray &key, Frame *frame)
+{
+    frame->raw = raw;
+    QDataStream stream(raw);
+    qint32 length = 0;
+    stream >> length;
+    if (stream.status() != QDataStream::Ok || length < 0 || length > raw.size() - 4)
+        return false;
+    frame->body = raw.mid(4, length);
+    stream.skipRawData(length);
+    if (key.isEmpty()) {
+        frame->json = frame->body;
+    } else {
+        bool ok = false;
+        frame->json = decryptBody(frame->body, key, &ok);
+        frame->encrypted = ok;
+        if (!ok)
+            return false;
+    }
+    QJsonParseError error;
+    const QJsonDocument document = QJsonDocument::fromJson(frame->json, &error);
+    if (!document.isObject())
+        return false;
+    frame->object = document.object();
+    while (!stream.atEnd()) {
+        qint8 type = 0;
+        qint32 size = 0;
+        stream >> type >> size;
+        if (stream.status() != QDataStream::Ok || size < 0 || size > raw.size())
+            return false;
+        QByteArray data(size, Qt::Uninitialized);
+        if (stream.readRawData(data.data(), size) != size)
+            return false;
+        frame->parts.append({ type, data });
+    }
+    return true;
+}
+
+QByteArray ClientSession::proof() const { return deriveKey(m_id, m_token, m_sessionToken).toHex(); }
+
+void ClientSession::prove()
+{
+    send(QJsonObject { { L::method, L::auth }, { L::hash, QString::fromLatin1(proof()) } });
+}
+
+void ClientSession::send(const QJsonObject &object)
+{
+    const QByteArray json = QJsonDocument(object).toJson(QJsonDocument::Compact);
+    sendRaw(m_key.isEmpty() ? json : encryptBody(json, m_key));
+}
+
+void ClientSession::sendRaw(const QByteArray &bytes) { m_socket.sendBinaryMessage(bytes); }
+
+void ClientSession::onBinaryMessage(const QByteArray &message)
+{
+    onRawMessage(message);
+    Frame frame;
+    // The session token arrives in plain text although the key is about to exist; the key is
+    // tried only once it has been derived.
+    if (!parseFrame(message, m_key, &frame))
+        return;
+    const QString method = frame.method();
+    if (method == L::waitingForAuth) {
+        emit waitingForUser();
+    } else if (method == L::auth) {
+        const QJsonObject &o = frame.object;
+        if (o.contains(L::token)) {
+            m_token = o.value(L::token).toString();
+            emit tokenReceived(m_token);
+        } else if (o.contains(L::sessionToken)) {
+            m_sessionToken = o.value(L::sessionToken).toString();
+            m_key = deriveKey(m_id, m_token, m_sessionToken);
+            onSessionKey();
+        } else if (o.value(L::value).toBool()) {
+            m_authenticated = true;
+            emit authenticated();
+        }
+    }
+    emit frameReceived(frame);
+}

@@ -1,0 +1,218 @@
+#include "ctl.h"
+
+#include "l.h"
+
+#include <QFile>
+#include <QJsonDocument>
+
+Ctl::Ctl(const CtlOptions &options, QTextStream &out, QTextStream &err, QObject *parent)
+    : QObject(parent)
+    , out(out)
+    , err(err)
+    , opts(options)
+{
+    timer.setSingleShot(true);
+    connect(&timer, &QTimer::timeout, this, [this] {
+        finish(Exit::TimedOut,
+            QStringLiteral("no answer from the computer within %1 s (--timeout sets the time)")
+                .arg(opts.timeoutMs / 1000.0));
+    });
+}
+
+void Ctl::start()
+{
+    command = findCommand(opts.command);
+    if (command->local) {
+        command->run(*this);
+        return;
+    }
+    config = CtlConfig::load();
+    if (config.deviceId.isEmpty() || config.token.isEmpty()) {
+        finish(Exit::NotPaired,
+            QStringLiteral("this device is not paired with a computer: run `velmctl pair HOST`"));
+        return;
+    }
+    const QString host = opts.host.isEmpty() ? config.host : opts.host;
+    const quint16 port = opts.port ? opts.port : config.port;
+    if (host.isEmpty() || !port) {
+        finish(Exit::NoServer,
+            QStringLiteral("no computer to talk to: pair with one, or give --host and --port"));
+        return;
+    }
+    connectTo(host, port, config.deviceId, config.token);
+}
+
+void Ctl::connectTo(const QString &host, quint16 port, const QString &id, const QString &token)
+{
+    client = std::make_unique<ClientSession>(id);
+    client->setToken(token);
+    pairing = token.isEmpty();
+    connect(client.get(), &ClientSession::frameReceived, this, &Ctl::onFrame);
+    connect(client.get(), &ClientSession::closed, this, &Ctl::onClosed);
+    connect(&client->socket(), &QWebSocket::connected, this, [this] { reached = true; });
+    target = QStringLiteral("%1:%2").arg(host).arg(port);
+    connect(client.get(), &ClientSession::waitingForUser, this, [this] {
+        if (pairing)
+            return;
+        finish(Exit::NotPaired,
+            QStringLiteral("the computer does not know this device (any more): pair again with "
+                           "`velmctl pair`"));
+    });
+    if (!pairing) {
+        connect(client.get(), &ClientSession::authenticated, this, [this] {
+            resetTimer();
+            command->run(*this);
+        });
+    }
+    resetTimer();
+    client->open(ClientSession::serverUrl(host, port, id));
+}
+
+void Ctl::resetTimer()
+{
+    if (opts.timeoutMs > 0)
+        timer.start(opts.timeoutMs);
+}
+
+void Ctl::finish(int code, const QString &message)
+{
+    if (done)
+        return;
+    done = true;
+    timer.stop();
+    handler = nullptr;
+    if (!message.isEmpty())
+        err << "velmctl: " << message << Qt::endl;
+    out.flush();
+    if (client) {
+        client->disconnect(this);
+        client->socket().disconnect(this);
+        client->close();
+    }
+    emit finished(code);
+}
+
+void Ctl::onFrame(const Frame &frame)
+{
+    // Pairing and the proof are the session's business, not the command's.
+    if (done || !handler || frame.method() == L::auth)
+        return;
+    // A handler may put the next one in place while it runs.
+    auto current = std::move(handler);
+    handler = nullptr;
+    const bool finishedWithIt = current(frame);
+    if (!finishedWithIt && !handler)
+        handler = std::move(current);
+}
+
+void Ctl::onClosed()
+{
+    if (done)
+        return;
+    if (!reached) {
+        finish(Exit::NoServer,
+            QStringLiteral("cannot reach %1 (%2); is Velm Server running there?")
+                .arg(target, client->socket().errorString()));
+    } else if (pairing) {
+        finish(Exit::NotPaired, QStringLiteral("the computer did not approve this device"));
+    } else if (!client->isAuthenticated()) {
+        finish(Exit::NotPaired,
+            QStringLiteral("the computer refused this device's token: pair again with "
+                           "`velmctl pair`"));
+    } else {
+        finish(Exit::NoServer, QStringLiteral("the connection to the computer was lost"));
+    }
+}
+
+void Ctl::request(const QJsonObject &message, std::function<bool(const Frame &)> handle)
+{
+    handler = std::move(handle);
+    resetTimer();
+    if (!message.isEmpty())
+        client->send(message);
+}
+
+void Ctl::keepWaiting()
+{
+    opts.timeoutMs = 0;
+    timer.stop();
+}
+
+void Ctl::sendAndSettle(const QJsonObject &message, std::function<void()> then)
+{
+    client->send(message);
+    // Requests are dealt with in order: the answer to the next one says this one is done.
+    request(QJsonObject { { L::method, L::unsupported } }, [then](const Frame &frame) {
+        if (frame.method() != L::unsupported)
+            return false;
+        then();
+        return true;
+    });
+}
+
+void Ctl::requireSupported(const QString &code, std::function<void()> then)
+{
+    request(QJsonObject { { L::method, L::unsupported } }, [this, code, then](const Frame &frame) {
+        if (frame.method() != L::unsupported)
+            return false;
+        const QJsonArray unsupported = frame.object.value(L::value).toArray();
+        if (unsupported.contains(code)) {
+            finish(Exit::Unsupported,
+                QStringLiteral("that computer cannot do this (\"%1\" is in its unsupported list)")
+                    .arg(code));
+        } else {
+            then();
+        }
+        return true;
+    });
+}
+
+void Ctl::resolveApp(const QString &name, std::function<void(const QString &)> then)
+{
+    if (name.isEmpty()) {
+        request(QJsonObject { { L::method, L::currentApp } }, [this, then](const Frame &frame) {
+            if (frame.method() != L::currentApp)
+                return false;
+            const QString id = frame.object.value(L::id).toString();
+            if (id.isEmpty())
+                finish(Exit::Failed, QStringLiteral("no application is in front; name one"));
+            else
+                then(id);
+            return true;
+        });
+        return;
+    }
+    request(
+        QJsonObject { { L::method, L::installedApps } }, [this, name, then](const Frame &frame) {
+            if (frame.method() != L::installedApps)
+                return false;
+            const QJsonArray apps = frame.object.value(L::apps).toArray();
+            QString byName;
+            for (const QJsonValue &value : apps) {
+                const QJsonObject app = value.toObject();
+                const QString id = app.value(L::id).toString();
+                if (id == name) {
+                    then(id);
+                    return true;
+                }
+                if (byName.isEmpty()
+                    && app.value(L::name).toString().compare(name, Qt::CaseInsensitive) == 0)
+                    byName = id;
+            }
+            if (byName.isEmpty())
+                finish(Exit::Failed,
+                    QStringLiteral("no application \"%1\" (`velmctl apps` lists them)").arg(name));
+            else
+                then(byName);
+            return true;
+        });
+}
+
+void Ctl::print(const QJsonObject &json, const QString &text)
+{
+    if (opts.json)
+        out << QJsonDocument(json).toJson(QJsonDocument::Compact) << '\n';
+    else if (!text.isNull())
+        out << text << '\n';
+    out.flush();
+}
