@@ -395,4 +395,50 @@ bool SingleApplication::sendMessage(const QByteArray &message, int timeout, Send
     return d->writeConfirmedMessage(timeout, message, mode);
 }
 
+QByteArray SingleApplication::request(const QByteArray &message, int timeout, bool *ok)
+{
+    *ok = false;
+    if (!sendMessage(message, timeout))
+        return QByteArray();
+    // The answer: its length, then the bytes.
+    QElapsedTimer time;
+    time.start();
+    const auto waitFor = [this, &time, timeout](qint64 bytes) {
+        while (d->socket->bytesAvailable() < bytes) {
+            const qint64 left = timeout - time.elapsed();
+            if (left <= 0 || !d->socket->waitForReadyRead(int(left)))
+                return false;
+        }
+        return true;
+    };
+    if (!waitFor(qint64(sizeof(quint64))))
+        return QByteArray();
+    QDataStream header(d->socket);
+    header.setVersion(streamVersion);
+    quint64 length = 0;
+    header >> length;
+    // An answer is a few lines of text.
+    if (length > 1024 * 1024 || !waitFor(qint64(length)))
+        return QByteArray();
+    *ok = true;
+    return d->socket->read(qint64(length));
+}
+
+bool SingleApplication::answer(quint32 instanceId, const QByteArray &reply)
+{
+    for (auto it = d->connectionMap.cbegin(); it != d->connectionMap.cend(); ++it) {
+        if (it.value().instanceId != instanceId)
+            continue;
+        QByteArray frame;
+        QDataStream stream(&frame, QIODevice::WriteOnly);
+        stream.setVersion(streamVersion);
+        stream << quint64(reply.size());
+        frame += reply;
+        it.key()->write(frame);
+        it.key()->flush();
+        return true;
+    }
+    return false;
+}
+
 QString SingleApplication::blockServerName() const { return d->blockServerName; }

@@ -37,6 +37,11 @@ public:
     QString currentUser() const;
     QStringList userData() const;
     bool sendMessage(const QByteArray &message, int timeout = 100, SendMode mode = NonBlocking);
+    // From a secondary: sends the message and waits for the primary's answer (see answer());
+    // ok is false when none came within the time.
+    QByteArray request(const QByteArray &message, int timeout, bool *ok);
+    // In the primary: answers the instance's message, as request() waits for.
+    bool answer(quint32 instanceId, const QByteArray &reply);
 
     // The name of the shared block and of the local server, as this process computes it.
     QString blockServerName() const;

@@ -34,12 +34,76 @@ void Ctl::start()
     }
     const QString host = opts.host.isEmpty() ? config.host : opts.host;
     const quint16 port = opts.port ? opts.port : config.port;
-    if (host.isEmpty() || !port) {
-        finish(Exit::NoServer,
-            QStringLiteral("no computer to talk to: pair with one, or give --host and --port"));
+    if (!host.isEmpty() && port) {
+        connectTo(host, port, config.deviceId, config.token);
         return;
     }
-    connectTo(host, port, config.deviceId, config.token);
+    discoverOne(host, [this](const FoundServer &server) {
+        connectTo(server.address(), server.port, config.deviceId, config.token);
+    });
+}
+
+void Ctl::discover(int windowMs, std::function<void(const QVector<FoundServer> &)> then,
+    std::function<bool(const QVector<FoundServer> &)> enough)
+{
+    browser = std::make_unique<ServiceBrowser>();
+    QString error;
+    if (!browser->start(&error)) {
+        finish(
+            Exit::NoServer, error + QStringLiteral("; name the computer with --host and --port"));
+        return;
+    }
+    auto answered = std::make_shared<bool>(false);
+    const auto answer = [this, then, answered] {
+        if (*answered || done)
+            return;
+        *answered = true;
+        then(browser->servers());
+    };
+    if (enough) {
+        connect(browser.get(), &ServiceBrowser::serverFound, this, [this, enough, answer] {
+            if (enough(browser->servers()))
+                answer();
+        });
+    }
+    QTimer::singleShot(windowMs, this, answer);
+}
+
+void Ctl::discoverOne(const QString &wanted, std::function<void(const FoundServer &)> then)
+{
+    const auto matches = [wanted](const FoundServer &server) {
+        return wanted.isEmpty() || server.host.compare(wanted, Qt::CaseInsensitive) == 0
+            || server.address() == wanted || server.name.compare(wanted, Qt::CaseInsensitive) == 0
+            || server.host.section(QLatin1Char('.'), 0, 0).compare(wanted, Qt::CaseInsensitive)
+            == 0;
+    };
+    discover(3000, [this, wanted, matches, then](const QVector<FoundServer> &servers) {
+        QVector<FoundServer> candidates;
+        for (const FoundServer &server : servers) {
+            if (matches(server))
+                candidates.append(server);
+        }
+        if (candidates.size() == 1) {
+            then(candidates.first());
+            return;
+        }
+        if (candidates.isEmpty()) {
+            finish(Exit::NoServer,
+                wanted.isEmpty()
+                    ? QStringLiteral("no computer running Velm Server was found on the network; "
+                                     "name it with --host and --port")
+                    : QStringLiteral("%1 was not found on the network; give its port too")
+                          .arg(wanted));
+            return;
+        }
+        QStringList names;
+        for (const FoundServer &server : candidates)
+            names.append(
+                QStringLiteral("%1 (%2:%3)").arg(server.name, server.address()).arg(server.port));
+        finish(Exit::NoServer,
+            QStringLiteral("several computers answer: %1; choose one with --host and --port")
+                .arg(names.join(QStringLiteral(", "))));
+    });
 }
 
 void Ctl::connectTo(const QString &host, quint16 port, const QString &id, const QString &token)

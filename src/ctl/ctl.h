@@ -2,6 +2,7 @@
 
 #include "clientsession.h"
 #include "ctlconfig.h"
+#include "servicebrowser.h"
 
 #include <QJsonArray>
 #include <QObject>
@@ -94,6 +95,13 @@ public:
     // Prints one message: as JSON with --json, else as `text` gives it.
     void print(const QJsonObject &json, const QString &text);
     void connectTo(const QString &host, quint16 port, const QString &id, const QString &token);
+    // Looks for computers on the network for a while (or until `enough` says so), then hands
+    // on what it found; ends the run when there is no DNS-SD service to ask.
+    void discover(int windowMs, std::function<void(const QVector<FoundServer> &)> then,
+        std::function<bool(const QVector<FoundServer> &)> enough = nullptr);
+    // The one computer a command goes to when none is named: ends the run when there is none
+    // or more than one.
+    void discoverOne(const QString &wanted, std::function<void(const FoundServer &)> then);
 
 signals:
     void finished(int code);
@@ -107,6 +115,7 @@ private:
     CtlConfig config;
     const CtlCommand *command = nullptr;
     std::unique_ptr<ClientSession> client;
+    std::unique_ptr<ServiceBrowser> browser;
     std::function<bool(const Frame &)> handler;
     QTimer timer;
     bool done = false;

@@ -7,6 +7,8 @@
 
 namespace {
 
+void pairWith(Ctl &ctl, const QString &host, quint16 port);
+
 void pair(Ctl &ctl)
 {
     QString host = ctl.options().host;
@@ -36,17 +38,20 @@ void pair(Ctl &ctl)
             port = quint16(given);
         }
     }
-    if (host.isEmpty()) {
-        ctl.finish(Exit::Usage, QStringLiteral("pair takes the computer: velmctl pair HOST:PORT"));
+    if (host.isEmpty() || !port) {
+        // The computer's name (or nothing, when there is one) is enough where DNS-SD works.
+        ctl.discoverOne(host, [&ctl](const FoundServer &server) {
+            ctl.err << "Found " << server.name << " at " << server.address() << ':' << server.port
+                    << '.' << Qt::endl;
+            pairWith(ctl, server.address(), server.port);
+        });
         return;
     }
-    if (!port) {
-        ctl.finish(Exit::Usage,
-            QStringLiteral("give the port too: velmctl pair %1:PORT (Velm Server logs its port "
-                           "when it starts)")
-                .arg(host));
-        return;
-    }
+    pairWith(ctl, host, port);
+}
+
+void pairWith(Ctl &ctl, const QString &host, quint16 port)
+{
     CtlConfig config = CtlConfig::load();
     if (!qEnvironmentVariableIsSet("VELM_DEVICE_ID"))
         config.deviceId = CtlConfig::newDeviceId();
@@ -72,6 +77,36 @@ void pair(Ctl &ctl)
                 QStringLiteral("Paired with %1:%2").arg(config.host).arg(config.port));
             ctl.finish(Exit::Done);
         });
+}
+
+void discover(Ctl &ctl)
+{
+    // Everything that answers within the time (3 s unless --timeout says otherwise).
+    const int window = ctl.options().timeoutMs == 10000 ? 3000 : ctl.options().timeoutMs;
+    ctl.discover(window, [&ctl](const QVector<FoundServer> &servers) {
+        for (const FoundServer &server : servers) {
+            QJsonObject txt;
+            for (auto it = server.txt.cbegin(); it != server.txt.cend(); ++it)
+                txt.insert(it.key(), it.value());
+            QStringList entries;
+            for (auto it = server.txt.cbegin(); it != server.txt.cend(); ++it)
+                entries.append(it.key() + QLatin1Char('=') + it.value());
+            ctl.print(
+                QJsonObject { { QStringLiteral("name"), server.name },
+                    { QStringLiteral("host"), server.host },
+                    { QStringLiteral("address"), server.address() },
+                    { QStringLiteral("port"), int(server.port) }, { QStringLiteral("txt"), txt } },
+                QStringLiteral("%1\t%2:%3\t%4 %5")
+                    .arg(server.name, server.address())
+                    .arg(server.port)
+                    .arg(server.host, entries.join(QLatin1Char(' '))));
+        }
+        if (servers.isEmpty())
+            ctl.finish(Exit::NoServer,
+                QStringLiteral("no computer running Velm Server was found on the network"));
+        else
+            ctl.finish(Exit::Done);
+    });
 }
 
 void forget(Ctl &ctl)
@@ -115,7 +150,9 @@ QString usageText()
 QVector<CtlCommand> localCommands()
 {
     return {
-        { QStringLiteral("pair"), QStringLiteral("pair HOST:PORT"),
+        { QStringLiteral("discover"), QStringLiteral("discover"),
+            QStringLiteral("the computers running Velm Server on the network"), discover, true },
+        { QStringLiteral("pair"), QStringLiteral("pair [HOST[:PORT]]"),
             QStringLiteral("asks the computer to approve this device, and keeps its token"), pair,
             true },
         { QStringLiteral("forget"), QStringLiteral("forget"), QStringLiteral("forgets the pairing"),

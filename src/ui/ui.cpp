@@ -13,6 +13,9 @@
 
 #include <QAction>
 #include <QApplication>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QLoggingCategory>
 #include <QMenu>
 #include <QMessageBox>
@@ -135,6 +138,7 @@ void UI::showAuthDialog(
     box->setDefaultButton(deny);
     box->setEscapeButton(deny);
     authDialogs.append(box);
+    asking = { socket, id, name, address };
     // The answer belongs to this device only: when it has gone, another one may be waiting.
     const QPointer<QObject> asking(socket);
     connect(box, &QMessageBox::finished, this, [this, box, authorize, id, asking] {
@@ -151,6 +155,41 @@ void UI::showAuthDialog(
     box->raise();
     box->activateWindow();
     QApplication::beep();
+}
+
+QByteArray UI::answerRemote(const QByteArray &request)
+{
+    const QJsonObject asked = QJsonDocument::fromJson(request).object();
+    Server *server = Core::instance()->server;
+    const bool waiting = server && asking.socket
+        && static_cast<QObject *>(server->getPendingSocket()) == asking.socket.data();
+    QJsonObject reply;
+    if (asked.contains(QLatin1String("pending"))) {
+        QJsonArray pending;
+        if (waiting)
+            pending.append(QJsonObject { { QStringLiteral("id"), asking.id },
+                { QStringLiteral("name"), asking.name },
+                { QStringLiteral("address"), asking.address } });
+        reply.insert(QStringLiteral("pending"), pending);
+    } else if (asked.contains(QLatin1String("approve")) || asked.contains(QLatin1String("deny"))) {
+        if (!waiting) {
+            reply.insert(QStringLiteral("error"), QStringLiteral("no device is waiting"));
+        } else {
+            const bool granted = asked.contains(QLatin1String("approve"));
+            const QString id = asking.id;
+            // Answered here: the prompt closes without answering again (the device is no
+            // longer the one waiting).
+            server->setAuthorization(id, granted);
+            for (const QPointer<QMessageBox> &box : authDialogs) {
+                if (box)
+                    box->close();
+            }
+            reply.insert(granted ? QStringLiteral("approved") : QStringLiteral("denied"), id);
+        }
+    } else {
+        reply.insert(QStringLiteral("error"), QStringLiteral("unknown request"));
+    }
+    return QJsonDocument(reply).toJson(QJsonDocument::Compact);
 }
 
 void UI::showWelcome()

@@ -30,6 +30,10 @@ public:
     // The pairing prompts that are open.
     QList<QPointer<QMessageBox>> authDialogs;
 
+    // A request from another process of this user (velm-server --pending, --approve, --deny):
+    // {"pending": true}, {"approve": true} or {"deny": true}; the answer as JSON.
+    QByteArray answerRemote(const QByteArray &request);
+
 public slots:
     void startCore();
     void setupTrayIcon();
@@ -44,6 +48,15 @@ private slots:
     void onCoreReady();
 
 private:
+    // The device the newest prompt asks about.
+    struct Asking
+    {
+        QPointer<QObject> socket;
+        QString id;
+        QString name;
+        QString address;
+    };
+    Asking asking;
     QMenu *menu = nullptr;
     bool coreConnected = false;
 };

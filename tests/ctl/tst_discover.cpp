@@ -1,0 +1,83 @@
+#include "authenticationhandler.h"
+#include "ctl.h"
+#include "l.h"
+#include "server.h"
+#include "testenvironment.h"
+
+#include <QJsonDocument>
+#include <QProcess>
+#include <QtTest>
+
+// velmctl finding the computer through the rig's Avahi daemon, as it does on a network.
+class TestDiscover : public QObject
+{
+    Q_OBJECT
+private slots:
+    void initTestCase();
+    void discoverListsTheServer();
+    void pairingFindsTheOnlyServer();
+
+private:
+    QProcess *velmctl(const QStringList &arguments);
+    QTemporaryDir config;
+};
+
+void TestDiscover::initTestCase()
+{
+    TestEnvironment::setUp();
+    QVERIFY2(
+        !qEnvironmentVariableIsEmpty("VELM_RIG_DESK_IP"), "run inside the rig (tests/rig/run)");
+    QVERIFY(config.isValid());
+}
+
+QProcess *TestDiscover::velmctl(const QStringList &arguments)
+{
+    auto *process = new QProcess(this);
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(QStringLiteral("XDG_CONFIG_HOME"), config.path());
+    process->setProcessEnvironment(environment);
+    process->start(QStringLiteral(VELMCTL), arguments);
+    return process;
+}
+
+void TestDiscover::discoverListsTheServer()
+{
+    Server server;
+    new AuthenticationHandler(&server, L::auth);
+    QTRY_VERIFY_WITH_TIMEOUT(server.isPublished(), 10000);
+    QProcess *discover = velmctl({ QStringLiteral("--json"), QStringLiteral("discover") });
+    QTRY_COMPARE_WITH_TIMEOUT(discover->state(), QProcess::NotRunning, 20000);
+    QCOMPARE(discover->exitCode(), int(Exit::Done));
+    QJsonObject found;
+    for (const QByteArray &line : discover->readAllStandardOutput().split('\n')) {
+        const QJsonObject service = QJsonDocument::fromJson(line).object();
+        if (service.value(QStringLiteral("name")).toString() == server.zeroConfServiceName())
+            found = service;
+    }
+    QVERIFY2(!found.isEmpty(), qPrintable(server.zeroConfServiceName()));
+    QCOMPARE(found.value(QStringLiteral("port")).toInt(), int(server.serverPort()));
+    QCOMPARE(found.value(QStringLiteral("address")).toString(),
+        qEnvironmentVariable("VELM_RIG_DESK_IP"));
+    QCOMPARE(found.value(QStringLiteral("txt")).toObject().value(QStringLiteral("os")).toString(),
+        QStringLiteral("linux"));
+}
+
+void TestDiscover::pairingFindsTheOnlyServer()
+{
+    Server server;
+    new AuthenticationHandler(&server, L::auth);
+    QTRY_VERIFY_WITH_TIMEOUT(server.isPublished(), 10000);
+    connect(&server, &Server::needUserAuthorization, this,
+        [&server](QObject *, const QString &id) { server.setAuthorization(id, true); });
+    QProcess *pair = velmctl({ QStringLiteral("pair") });
+    QTRY_COMPARE_WITH_TIMEOUT(pair->state(), QProcess::NotRunning, 30000);
+    QVERIFY2(pair->exitCode() == int(Exit::Done), pair->readAllStandardError().constData());
+    qputenv("XDG_CONFIG_HOME", config.path().toLocal8Bit());
+    const CtlConfig stored = CtlConfig::load();
+    QCOMPARE(stored.port, server.serverPort());
+    QCOMPARE(stored.host, qEnvironmentVariable("VELM_RIG_DESK_IP"));
+    QVERIFY(server.isAuthorized(stored.deviceId));
+}
+
+QTEST_MAIN(TestDiscover)
+#include "tst_discover.moc"
