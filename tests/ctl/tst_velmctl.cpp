@@ -45,6 +45,7 @@ private slots:
     void sendPrintsTheReplies();
     void watchSeesWhatAnotherClientCauses();
     void theProgramItself();
+    void completionsAndManualKnowEveryCommand();
 
 private:
     Result run(const QStringList &arguments);
@@ -452,6 +453,34 @@ void TestVelmctl::theProgramItself()
     velmctl.start(QStringLiteral(VELMCTL), { QStringLiteral("nonsense") });
     QTRY_COMPARE_WITH_TIMEOUT(done.size(), 3, 20000);
     QCOMPARE(velmctl.exitCode(), int(Exit::Usage));
+}
+
+void TestVelmctl::completionsAndManualKnowEveryCommand()
+{
+    const auto read = [](const QString &name) {
+        QFile file(QStringLiteral(VELM_SOURCE_DIR "/data/") + name);
+        return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
+    };
+    const QString bash = read(QStringLiteral("completions/velmctl.bash"));
+    const QString zsh = read(QStringLiteral("completions/_velmctl"));
+    const QString manual = read(QStringLiteral("man/velmctl.1"));
+    QVERIFY(!bash.isEmpty() && !zsh.isEmpty() && !manual.isEmpty());
+    const QRegularExpression bashList(QStringLiteral("local commands=\"([^\"]*)\""));
+    QStringList completed = bashList.match(bash).captured(1).split(QLatin1Char(' '));
+    QStringList known;
+    for (const CtlCommand &command : ctlCommands()) {
+        known.append(command.name);
+        QVERIFY2(zsh.contains(QLatin1Char('\'') + command.name + QLatin1Char(':')),
+            qPrintable(command.name));
+        // Man pages escape the minus sign.
+        QString escaped = command.name;
+        escaped.replace(QLatin1Char('-'), QStringLiteral("\\-"));
+        QVERIFY2(command.name == QLatin1String("help") || manual.contains(escaped),
+            qPrintable(command.name));
+    }
+    completed.sort();
+    known.sort();
+    QCOMPARE(completed, known);
 }
 
 QTEST_MAIN(TestVelmctl)

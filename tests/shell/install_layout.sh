@@ -35,4 +35,15 @@ for size in 16 22 24 32 48 64 128 256; do
     [ "$dims" = "$expect" ] || fail "the ${size}px icon measures$dims"
 done
 [ -s "$root/share/icons/hicolor/scalable/apps/velm-server.svg" ] || fail "no scalable icon"
+[ -x "$root/bin/velmctl" ] || fail "no velmctl"
+for page in velmctl velm-server; do
+    man="$root/share/man/man1/$page.1"
+    [ -s "$man" ] || fail "no manual page $page.1"
+    # The page renders without complaint.
+    warnings=$(groff -man -Tutf8 -ww -z "$man" 2>&1) || fail "$page.1 does not render"
+    [ -z "$warnings" ] || fail "$page.1: $warnings"
+done
+[ -s "$root/share/bash-completion/completions/velmctl" ] || fail "no bash completion"
+bash -n "$root/share/bash-completion/completions/velmctl" || fail "the bash completion does not parse"
+[ -s "$root/share/zsh/vendor-completions/_velmctl" ] || fail "no zsh completion"
 echo "install layout: ok"
