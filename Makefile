@@ -16,7 +16,7 @@ FUZZ := build/fuzz
 HEADLESS := $(if $(DISPLAY)$(WAYLAND_DISPLAY),,QT_QPA_PLATFORM=offscreen)
 UNAME := $(shell uname -s)
 
-.PHONY: all deps build build-asan test test-dev test-asan test-none run install translations screenshots \
+.PHONY: all deps build build-asan test test-dev test-asan test-none run install deb translations screenshots \
 	bench fuzz fuzz-long format clean
 PREFIX ?= /usr/local
 
@@ -89,6 +89,13 @@ test-none: deps $(NONE)/build.ninja
 install: deps $(RELEASE)/build.ninja
 	cmake --build $(RELEASE) -j $(JOBS)
 	cmake --install $(RELEASE) --prefix $(PREFIX)
+
+# A Debian package of the release build: build/release/velm-server_<version>_<arch>.deb, for
+# `sudo apt install ./build/release/velm-server_*.deb`.
+deb: deps $(RELEASE)/build.ninja
+	cmake --build $(RELEASE) -j $(JOBS)
+	cd $(RELEASE) && cpack
+	@ls $(RELEASE)/velm-server_*.deb
 
 # Refreshes translations/*.ts from the code; translate what is new with Qt Linguist.
 translations: build

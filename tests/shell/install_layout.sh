@@ -37,10 +37,10 @@ done
 [ -s "$root/share/icons/hicolor/scalable/apps/velm-server.svg" ] || fail "no scalable icon"
 [ -x "$root/bin/velmctl" ] || fail "no velmctl"
 for page in velmctl velm-server; do
-    man="$root/share/man/man1/$page.1"
-    [ -s "$man" ] || fail "no manual page $page.1"
+    man="$root/share/man/man1/$page.1.gz"
+    [ -s "$man" ] || fail "no manual page $page.1.gz"
     # The page renders without complaint.
-    warnings=$(groff -man -Tutf8 -ww -z "$man" 2>&1) || fail "$page.1 does not render"
+    warnings=$(zcat "$man" | groff -man -Tutf8 -ww -z 2>&1) || fail "$page.1 does not render"
     [ -z "$warnings" ] || fail "$page.1: $warnings"
 done
 [ -s "$root/share/bash-completion/completions/velmctl" ] || fail "no bash completion"
