@@ -14,8 +14,10 @@ Ctl::Ctl(const CtlOptions &options, QTextStream &out, QTextStream &err, QObject 
     timer.setSingleShot(true);
     connect(&timer, &QTimer::timeout, this, [this] {
         finish(Exit::TimedOut,
-            QStringLiteral("no answer from the computer within %1 s (--timeout sets the time)")
-                .arg(opts.timeoutMs / 1000.0));
+            timeoutMessage.isEmpty() ? QStringLiteral(
+                "no answer from the computer within %1 s (--timeout sets the time)")
+                                           .arg(opts.timeoutMs / 1000.0)
+                                     : timeoutMessage);
     });
 }
 

@@ -80,6 +80,8 @@ public:
 
     // Ends the run; an error message goes to standard error first.
     void finish(int code, const QString &message = QString());
+    // What a time-out says, when the command knows better than the general message.
+    void setTimeoutMessage(const QString &message) { timeoutMessage = message; }
     // No time limit from now on (watch).
     void keepWaiting();
     // Sends a request (none when it is empty) and calls `handle` with each message until it
@@ -123,4 +125,5 @@ private:
     // The WebSocket handshake succeeded: the computer was there.
     bool reached = false;
     QString target;
+    QString timeoutMessage;
 };

@@ -381,11 +381,8 @@ QVector<CtlCommand> makeCommands()
                     if (ctl.options().json) {
                         ctl.print(frame.object, QString());
                     } else {
-                        for (const QJsonValue &value : frame.object.value(L::apps).toArray()) {
-                            const QJsonObject app = value.toObject();
-                            ctl.out << app.value(L::name).toString() << " ("
-                                    << app.value(L::id).toString() << ")\n";
-                        }
+                        for (const QJsonValue &value : frame.object.value(L::apps).toArray())
+                            ctl.out << value.toObject().value(L::id).toString() << '\n';
                         ctl.out.flush();
                     }
                     ctl.finish(Exit::Done);
@@ -436,11 +433,19 @@ QVector<CtlCommand> makeCommands()
     commands.append({ QStringLiteral("commands"), QStringLiteral("commands APP"),
         QStringLiteral("the web service's command set of an application"), [](Ctl &ctl) {
             ctl.resolveApp(arg(ctl, 0), [&ctl](const QString &id) {
+                // The computer answers once the web service has; it stays silent without one.
+                ctl.setTimeoutMessage(
+                    QStringLiteral("no command set came for %1 (does that computer have a web "
+                                   "service configured?)")
+                        .arg(id));
                 ask(ctl, QJsonObject { { L::method, L::appCommands }, { L::id, id } },
-                    [&ctl](const Frame &frame) {
-                        ctl.print(frame.object,
-                            QString::fromUtf8(
-                                QJsonDocument(frame.object).toJson(QJsonDocument::Indented)));
+                    [&ctl, id](const Frame &frame) {
+                        const QJsonDocument set = QJsonDocument::fromJson(firstPart(frame, 0));
+                        QJsonObject json = frame.object;
+                        json.insert(QStringLiteral("commands"),
+                            set.isArray() ? QJsonValue(set.array()) : QJsonValue(set.object()));
+                        ctl.print(
+                            json, QString::fromUtf8(set.toJson(QJsonDocument::Indented)).trimmed());
                         ctl.finish(Exit::Done);
                     });
             });

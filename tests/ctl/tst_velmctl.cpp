@@ -42,6 +42,8 @@ private slots:
     void readsSetsAndPressesTheFocusedElement();
     void machineLevelsAndActions();
     void filesAndIcons();
+    void fileTypesPreviewsAndApplications();
+    void commandSets();
     void sendPrintsTheReplies();
     void watchSeesWhatAnotherClientCauses();
     void theProgramItself();
@@ -394,6 +396,64 @@ void TestVelmctl::filesAndIcons()
     QTRY_VERIFY(core->platform->calls.join(QLatin1Char(' ')).contains(file.fileName()));
 }
 
+void TestVelmctl::fileTypesPreviewsAndApplications()
+{
+    pairCtl();
+    QTemporaryDir dir;
+    const QString photo = QStringLiteral("/photos/cat.png");
+    core->platform->fakeFiles->setType(photo, QStringLiteral("image/png"));
+    QPixmap typeIcon(48, 48);
+    typeIcon.fill(Qt::red);
+    core->platform->typeIcons.insert(QStringLiteral("image/png"), typeIcon);
+    QImage picture(300, 200, QImage::Format_RGB32);
+    picture.fill(Qt::blue);
+    core->platform->fakeFiles->setPreview(photo, picture);
+    core->platform->typeApps.insert(QStringLiteral("image/png"), { browser, editor });
+
+    const QString icon = dir.filePath(QStringLiteral("type.png"));
+    QCOMPARE(run(target() << QStringLiteral("file-icon") << photo << QStringLiteral("--size")
+                          << QStringLiteral("48") << QStringLiteral("-o") << icon)
+                 .code,
+        int(Exit::Done));
+    QCOMPARE(QImage(icon).size(), QSize(48, 48));
+
+    const QString preview = dir.filePath(QStringLiteral("preview.png"));
+    QCOMPARE(
+        run(target() << QStringLiteral("preview") << photo << QStringLiteral("-o") << preview).code,
+        int(Exit::Done));
+    QCOMPARE(QImage(preview).size(), QSize(300, 200));
+    // A file without a preview writes nothing and says so.
+    const QString none = dir.filePath(QStringLiteral("none.png"));
+    const Result missing = run(target()
+        << QStringLiteral("preview") << QStringLiteral("/absent") << QStringLiteral("-o") << none);
+    QCOMPARE(missing.code, int(Exit::Failed));
+    QVERIFY(!QFile::exists(none));
+
+    const Result apps = run(target() << QStringLiteral("open-with") << photo);
+    QCOMPARE(apps.code, int(Exit::Done));
+    QCOMPARE(apps.out, QStringLiteral("org.example.Browser\norg.example.Editor\n"));
+}
+
+void TestVelmctl::commandSets()
+{
+    pairCtl();
+    browser->commands = R"({"b":true,"c":[{"n":"Reload","k":"Ctrl+r"}]})";
+    browser->commandsAreLoaded = true;
+    const Result set = run(target()
+        << QStringLiteral("--json") << QStringLiteral("commands") << QStringLiteral("Browser"));
+    QCOMPARE(set.code, int(Exit::Done));
+    const QJsonObject json = QJsonDocument::fromJson(set.out.toUtf8()).object();
+    QCOMPARE(json.value(L::id).toString(), QStringLiteral("org.example.Browser"));
+    QCOMPARE(json.value(QStringLiteral("commands")).toObject().value(QStringLiteral("b")).toBool(),
+        true);
+    // Without a web service the computer has nothing to send: said plainly, after the wait.
+    QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("Cannot load commands")));
+    const Result silent = run(target() << QStringLiteral("--timeout") << QStringLiteral("1")
+                                       << QStringLiteral("commands") << QStringLiteral("Editor"));
+    QCOMPARE(silent.code, int(Exit::TimedOut));
+    QVERIFY(silent.err.contains(QStringLiteral("web service")));
+}
+
 void TestVelmctl::sendPrintsTheReplies()
 {
     pairCtl();
@@ -453,6 +513,26 @@ void TestVelmctl::theProgramItself()
     velmctl.start(QStringLiteral(VELMCTL), { QStringLiteral("nonsense") });
     QTRY_COMPARE_WITH_TIMEOUT(done.size(), 3, 20000);
     QCOMPARE(velmctl.exitCode(), int(Exit::Usage));
+
+    // The other commands that need nothing prepared, each as its own process.
+    const QList<QStringList> commands { { QStringLiteral("apps") }, { QStringLiteral("activate") },
+        { QStringLiteral("keys"), QStringLiteral("Ctrl+s") },
+        { QStringLiteral("scroll"), QStringLiteral("20") }, { QStringLiteral("focus") },
+        { QStringLiteral("brightness") }, { QStringLiteral("mute") }, { QStringLiteral("lock") },
+        { QStringLiteral("next") }, { QStringLiteral("unsupported") },
+        { QStringLiteral("ls"), QDir::tempPath() } };
+    int runs = 3;
+    for (const QStringList &command : commands) {
+        velmctl.start(QStringLiteral(VELMCTL), target() + command);
+        ++runs;
+        QTRY_COMPARE_WITH_TIMEOUT(done.size(), runs, 20000);
+        QVERIFY2(velmctl.exitCode() == 0,
+            qPrintable(command.join(QLatin1Char(' ')) + QLatin1String(": ")
+                + QString::fromUtf8(velmctl.readAllStandardError())));
+        velmctl.readAllStandardOutput();
+    }
+    QVERIFY(editor->calls.contains(QStringLiteral("performKeySequence(Ctrl+s)")));
+    QVERIFY(core->platform->calls.contains(QStringLiteral("nextTrack")));
 }
 
 void TestVelmctl::completionsAndManualKnowEveryCommand()
