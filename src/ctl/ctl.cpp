@@ -45,8 +45,7 @@ void Ctl::start()
     });
 }
 
-void Ctl::discover(int windowMs, std::function<void(const QVector<FoundServer> &)> then,
-    std::function<bool(const QVector<FoundServer> &)> enough)
+void Ctl::discover(int windowMs, std::function<void(const QVector<FoundServer> &)> then)
 {
     browser = std::make_unique<ServiceBrowser>();
     QString error;
@@ -55,20 +54,11 @@ void Ctl::discover(int windowMs, std::function<void(const QVector<FoundServer> &
             Exit::NoServer, error + QStringLiteral("; name the computer with --host and --port"));
         return;
     }
-    auto answered = std::make_shared<bool>(false);
-    const auto answer = [this, then, answered] {
-        if (*answered || done)
-            return;
-        *answered = true;
-        then(browser->servers());
-    };
-    if (enough) {
-        connect(browser.get(), &ServiceBrowser::serverFound, this, [this, enough, answer] {
-            if (enough(browser->servers()))
-                answer();
-        });
-    }
-    QTimer::singleShot(windowMs, this, answer);
+    // Every computer that answers within the window: several may.
+    QTimer::singleShot(windowMs, this, [this, then] {
+        if (!done)
+            then(browser->servers());
+    });
 }
 
 void Ctl::discoverOne(const QString &wanted, std::function<void(const FoundServer &)> then)

@@ -97,10 +97,9 @@ public:
     // Prints one message: as JSON with --json, else as `text` gives it.
     void print(const QJsonObject &json, const QString &text);
     void connectTo(const QString &host, quint16 port, const QString &id, const QString &token);
-    // Looks for computers on the network for a while (or until `enough` says so), then hands
-    // on what it found; ends the run when there is no DNS-SD service to ask.
-    void discover(int windowMs, std::function<void(const QVector<FoundServer> &)> then,
-        std::function<bool(const QVector<FoundServer> &)> enough = nullptr);
+    // Looks for computers on the network for a while, then hands on what it found; ends the
+    // run when there is no DNS-SD service to ask.
+    void discover(int windowMs, std::function<void(const QVector<FoundServer> &)> then);
     // The one computer a command goes to when none is named: ends the run when there is none
     // or more than one.
     void discoverOne(const QString &wanted, std::function<void(const FoundServer &)> then);
