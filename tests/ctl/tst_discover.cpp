@@ -45,17 +45,21 @@ void TestDiscover::discoverListsTheServer()
     Server server;
     new AuthenticationHandler(&server, L::auth);
     QTRY_VERIFY_WITH_TIMEOUT(server.isPublished(), 10000);
-    QProcess *discover = velmctl({ QStringLiteral("--json"), QStringLiteral("discover") });
-    QTRY_COMPARE_WITH_TIMEOUT(discover->state(), QProcess::NotRunning, 20000);
-    QCOMPARE(discover->exitCode(), int(Exit::Done));
+    // The daemon may still answer for the same name from an earlier test's program for a few
+    // seconds (its records age out): asked again until this server's own port shows.
     QJsonObject found;
-    for (const QByteArray &line : discover->readAllStandardOutput().split('\n')) {
-        const QJsonObject service = QJsonDocument::fromJson(line).object();
-        if (service.value(QStringLiteral("name")).toString() == server.zeroConfServiceName())
-            found = service;
+    for (int attempt = 0; attempt < 10 && found.isEmpty(); ++attempt) {
+        QProcess *discover = velmctl({ QStringLiteral("--json"), QStringLiteral("discover") });
+        QTRY_COMPARE_WITH_TIMEOUT(discover->state(), QProcess::NotRunning, 20000);
+        QCOMPARE(discover->exitCode(), int(Exit::Done));
+        for (const QByteArray &line : discover->readAllStandardOutput().split('\n')) {
+            const QJsonObject service = QJsonDocument::fromJson(line).object();
+            if (service.value(QStringLiteral("name")).toString() == server.zeroConfServiceName()
+                && service.value(QStringLiteral("port")).toInt() == int(server.serverPort()))
+                found = service;
+        }
     }
     QVERIFY2(!found.isEmpty(), qPrintable(server.zeroConfServiceName()));
-    QCOMPARE(found.value(QStringLiteral("port")).toInt(), int(server.serverPort()));
     QCOMPARE(found.value(QStringLiteral("address")).toString(),
         qEnvironmentVariable("VELM_RIG_DESK_IP"));
     QCOMPARE(found.value(QStringLiteral("txt")).toObject().value(QStringLiteral("os")).toString(),
@@ -69,9 +73,18 @@ void TestDiscover::pairingFindsTheOnlyServer()
     QTRY_VERIFY_WITH_TIMEOUT(server.isPublished(), 10000);
     connect(&server, &Server::needUserAuthorization, this,
         [&server](QObject *, const QString &id) { server.setAuthorization(id, true); });
-    QProcess *pair = velmctl({ QStringLiteral("pair") });
-    QTRY_COMPARE_WITH_TIMEOUT(pair->state(), QProcess::NotRunning, 30000);
-    QVERIFY2(pair->exitCode() == int(Exit::Done), pair->readAllStandardError().constData());
+    // As above, an earlier program's record may still be answered for: that address refuses
+    // the connection (exit 4), and pairing is tried again.
+    int code = -1;
+    QByteArray errors;
+    for (int attempt = 0; attempt < 10 && code != int(Exit::Done); ++attempt) {
+        QProcess *pair = velmctl({ QStringLiteral("pair") });
+        QTRY_COMPARE_WITH_TIMEOUT(pair->state(), QProcess::NotRunning, 30000);
+        code = pair->exitCode();
+        errors += pair->readAllStandardError();
+        QVERIFY2(code == int(Exit::Done) || code == int(Exit::NoServer), errors.constData());
+    }
+    QVERIFY2(code == int(Exit::Done), errors.constData());
     qputenv("XDG_CONFIG_HOME", config.path().toLocal8Bit());
     const CtlConfig stored = CtlConfig::load();
     QCOMPARE(stored.port, server.serverPort());
