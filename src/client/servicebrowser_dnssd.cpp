@@ -44,7 +44,12 @@ public:
 
     void process(DNSServiceRef ref)
     {
-        if (DNSServiceProcessResult(ref) != kDNSServiceErr_NoError)
+        if (DNSServiceProcessResult(ref) == kDNSServiceErr_NoError)
+            return;
+        // The daemon went away: its socket would stay readable for nothing.
+        if (ref == browse.ref)
+            browse.notifier->setEnabled(false);
+        else
             forget(ref);
     }
 
