@@ -17,21 +17,6 @@
     </message>
 </context>
 <context>
-    <name>desktop</name>
-    <message>
-        <source>Open the accessibility settings of your desktop (GNOME: Settings, Accessibility; KDE Plasma: System Settings, Accessibility)</source>
-        <translation type="unfinished"></translation>
-    </message>
-    <message>
-        <source>Turn on the support for assistive technologies (on GNOME you can also run &lt;code&gt;gsettings set org.gnome.desktop.interface toolkit-accessibility true&lt;/code&gt;)</source>
-        <translation type="unfinished"></translation>
-    </message>
-    <message>
-        <source>Restart the applications you want to control, or log out and back in</source>
-        <translation type="unfinished"></translation>
-    </message>
-</context>
-<context>
     <name>Preferences</name>
     <message>
         <source>%1 Preferences</source>
@@ -95,6 +80,10 @@
         <source>Authorize</source>
         <translation type="unfinished"></translation>
     </message>
+    <message>
+        <source>Open Web Remote...</source>
+        <translation type="unfinished"></translation>
+    </message>
 </context>
 <context>
     <name>Updater</name>
@@ -156,6 +145,29 @@
     </message>
 </context>
 <context>
+    <name>WebRemoteDialog</name>
+    <message>
+        <source>%1 Web Remote</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Open this address in a browser on a phone, tablet or computer on the same network, or point a phone&apos;s camera at the code:</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>The device still has to be approved here the first time.</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Copy Address</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>The server is not listening yet.</source>
+        <translation type="unfinished"></translation>
+    </message>
+</context>
+<context>
     <name>WelcomeView</name>
     <message>
         <source>Welcome to %1</source>
@@ -187,6 +199,21 @@
     </message>
     <message>
         <source>To turn them on:</source>
+        <translation type="unfinished"></translation>
+    </message>
+</context>
+<context>
+    <name>desktop</name>
+    <message>
+        <source>Open the accessibility settings of your desktop (GNOME: Settings, Accessibility; KDE Plasma: System Settings, Accessibility)</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Turn on the support for assistive technologies (on GNOME you can also run &lt;code&gt;gsettings set org.gnome.desktop.interface toolkit-accessibility true&lt;/code&gt;)</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Restart the applications you want to control, or log out and back in</source>
         <translation type="unfinished"></translation>
     </message>
 </context>

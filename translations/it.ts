@@ -17,21 +17,6 @@
     </message>
 </context>
 <context>
-    <name>desktop</name>
-    <message>
-        <source>Open the accessibility settings of your desktop (GNOME: Settings, Accessibility; KDE Plasma: System Settings, Accessibility)</source>
-        <translation>Apri le impostazioni di accessibilità del tuo desktop (GNOME: Impostazioni, Accessibilità; KDE Plasma: Impostazioni di sistema, Accessibilità)</translation>
-    </message>
-    <message>
-        <source>Turn on the support for assistive technologies (on GNOME you can also run &lt;code&gt;gsettings set org.gnome.desktop.interface toolkit-accessibility true&lt;/code&gt;)</source>
-        <translation>Attiva il supporto alle tecnologie assistive (su GNOME puoi anche eseguire &lt;code&gt;gsettings set org.gnome.desktop.interface toolkit-accessibility true&lt;/code&gt;)</translation>
-    </message>
-    <message>
-        <source>Restart the applications you want to control, or log out and back in</source>
-        <translation>Riavvia le applicazioni che vuoi controllare, oppure esci e rientra nella sessione</translation>
-    </message>
-</context>
-<context>
     <name>Preferences</name>
     <message>
         <source>%1 Preferences</source>
@@ -95,6 +80,10 @@
         <source>Authorize</source>
         <translation>Autorizza</translation>
     </message>
+    <message>
+        <source>Open Web Remote...</source>
+        <translation>Apri telecomando web...</translation>
+    </message>
 </context>
 <context>
     <name>Updater</name>
@@ -156,6 +145,29 @@
     </message>
 </context>
 <context>
+    <name>WebRemoteDialog</name>
+    <message>
+        <source>%1 Web Remote</source>
+        <translation>Telecomando web di %1</translation>
+    </message>
+    <message>
+        <source>Open this address in a browser on a phone, tablet or computer on the same network, or point a phone&apos;s camera at the code:</source>
+        <translation>Apri questo indirizzo in un browser su un telefono, un tablet o un computer della stessa rete, oppure inquadra il codice con la fotocamera di un telefono:</translation>
+    </message>
+    <message>
+        <source>The device still has to be approved here the first time.</source>
+        <translation>La prima volta il dispositivo deve comunque essere approvato qui.</translation>
+    </message>
+    <message>
+        <source>Copy Address</source>
+        <translation>Copia indirizzo</translation>
+    </message>
+    <message>
+        <source>The server is not listening yet.</source>
+        <translation>Il server non è ancora in ascolto.</translation>
+    </message>
+</context>
+<context>
     <name>WelcomeView</name>
     <message>
         <source>Welcome to %1</source>
@@ -188,6 +200,21 @@
     <message>
         <source>To turn them on:</source>
         <translation>Per attivarle:</translation>
+    </message>
+</context>
+<context>
+    <name>desktop</name>
+    <message>
+        <source>Open the accessibility settings of your desktop (GNOME: Settings, Accessibility; KDE Plasma: System Settings, Accessibility)</source>
+        <translation>Apri le impostazioni di accessibilità del tuo desktop (GNOME: Impostazioni, Accessibilità; KDE Plasma: Impostazioni di sistema, Accessibilità)</translation>
+    </message>
+    <message>
+        <source>Turn on the support for assistive technologies (on GNOME you can also run &lt;code&gt;gsettings set org.gnome.desktop.interface toolkit-accessibility true&lt;/code&gt;)</source>
+        <translation>Attiva il supporto alle tecnologie assistive (su GNOME puoi anche eseguire &lt;code&gt;gsettings set org.gnome.desktop.interface toolkit-accessibility true&lt;/code&gt;)</translation>
+    </message>
+    <message>
+        <source>Restart the applications you want to control, or log out and back in</source>
+        <translation>Riavvia le applicazioni che vuoi controllare, oppure esci e rientra nella sessione</translation>
     </message>
 </context>
 <context>

@@ -1,6 +1,7 @@
 #include "framegate.h"
 
 #include "serverlogging.h"
+#include "webremote.h"
 
 #include <QTcpSocket>
 #include <QTimer>
@@ -20,10 +21,11 @@ FrameGate::FrameGate(QTcpSocket *socket)
 void FrameGate::onReadyRead()
 {
     // What the gate put back itself, re-announced.
-    if (delivering || state == Refused)
+    if (delivering)
         return;
-    // The rest of a frame that was refused from its header is read for nobody.
-    if (state == Refused || state == Discarding) {
+    // The rest of a frame that was refused from its header, and whatever follows a refusal or
+    // an answer, is read for nobody.
+    if (state == Refused || state == Discarding || state == Answered) {
         socket->skip(socket->bytesAvailable());
         return;
     }
@@ -45,17 +47,24 @@ bool FrameGate::release(const QByteArray &unread)
     while (state != WaitingForUpgrade && state != Discarding) {
         const qint64 unit = wholeUnit(ready);
         if (unit < 0) {
-            state = Refused;
-            held.clear();
-            handedOn.clear();
-            socket->abort();
+            if (state == Handshake) {
+                // A request head too long to read: said in plain HTTP, which a browser shows.
+                close(WebRemote::tooLarge());
+            } else {
+                state = Refused;
+                held.clear();
+                handedOn.clear();
+                socket->abort();
+            }
             return false;
         }
         if (unit == 0)
             break;
         ready += unit;
-        if (state == Handshake)
+        if (state == Handshake) {
             state = WaitingForUpgrade;
+            headLength = unit;
+        }
     }
     if (state == Discarding) {
         // Only the header of the frame that is too long goes on, for the WebSocket layer to
@@ -71,7 +80,34 @@ bool FrameGate::release(const QByteArray &unread)
     for (qint64 i = handedOn.size() - 1; i >= 0; --i)
         socket->ungetChar(handedOn.at(int(i)));
     held.remove(0, int(ready));
+    if (headLength > 0) {
+        const QByteArray head = handedOn.left(int(headLength));
+        headLength = 0;
+        // Whoever takes the head announces what waits for it; the gate must not take it back.
+        delivering = true;
+        emit headReceived(head);
+        delivering = false;
+    }
     return true;
+}
+
+void FrameGate::answer(const QByteArray &response)
+{
+    if (state != WaitingForUpgrade)
+        return;
+    socket->skip(socket->bytesAvailable());
+    close(response);
+}
+
+void FrameGate::close(const QByteArray &response)
+{
+    state = Answered;
+    held.clear();
+    handedOn.clear();
+    socket->write(response);
+    socket->disconnectFromHost();
+    // A peer that never reads what it is sent holds the connection no longer than this.
+    QTimer::singleShot(closeGrace * 5, socket, [socket = socket] { socket->abort(); });
 }
 
 qint64 FrameGate::wholeUnit(qint64 offset)

@@ -7,6 +7,7 @@
 #include "messagehandler.h"
 #include "random.h"
 #include "serverlogging.h"
+#include "webremote.h"
 
 #include <QCryptographicHash>
 #include <QDateTime>
@@ -39,6 +40,10 @@ constexpr int networkWatchInterval = 5000;
 constexpr int listenRetryDelay = 100;
 // Set on a connection's TCP socket once it has authenticated.
 constexpr const char *authenticatedProperty = "authenticated";
+// Set on a TCP connection once its request head has come whole, and once it has been handed
+// to the WebSocket layer.
+constexpr const char *headProperty = "head";
+constexpr const char *upgradedProperty = "upgraded";
 // Out of descriptors: accepting again at once would fail again at once.
 constexpr int acceptPause = 1000;
 constexpr int handshakeTimeout = 10000;
@@ -208,6 +213,7 @@ void Server::startWebSocketServer()
         // So that a person can point a client at it when nothing advertises it.
         qCInfo(lcServer).noquote() << zeroConfServiceName() << "listens on port" << port << "at"
                                    << reachableAddresses().join(QStringLiteral(", "));
+        qCInfo(lcServer).noquote() << "The web remote is at" << webRemoteAddress();
         publishZeroConfService();
     } else {
         settings.remove(QStringLiteral("lastUsedPort"));
@@ -244,7 +250,29 @@ void Server::onTcpConnection()
         connect(transport, &QTcpSocket::readyRead, this, [this, transport] {
             checkBacklog(transport, transport->property(authenticatedProperty).toBool());
         });
-        webSocketServer->handleConnection(transport);
+        // The same port serves the web remote's files: only an upgrade goes to the WebSocket
+        // layer, any other request is answered here and the connection closes.
+        connect(
+            gate, &FrameGate::headReceived, this, [this, transport, gate](const QByteArray &head) {
+                transport->setProperty(headProperty, true);
+                if (WebRemote::isUpgrade(head)) {
+                    transport->setProperty(upgradedProperty, true);
+                    webSocketServer->handleConnection(transport);
+                    return;
+                }
+                gate->answer(WebRemote::respond(head));
+            });
+        // Once handed to the WebSocket layer the connection is that layer's to end; before
+        // (answered, refused or timed out) it is this server's.
+        connect(transport, &QTcpSocket::disconnected, this, [transport] {
+            if (!transport->property(upgradedProperty).toBool())
+                transport->deleteLater();
+        });
+        // Until its head is whole nobody else watches the connection's time.
+        QTimer::singleShot(handshakeTimeout, transport, [transport] {
+            if (!transport->property(headProperty).toBool())
+                transport->abort();
+        });
     }
 }
 
@@ -767,6 +795,26 @@ void Server::onZeroConfError(QZeroConf::error_t error)
 }
 
 void Server::onZeroConfServicePublished() { notAdvertisedReported = false; }
+
+QString Server::webRemoteAddress() const
+{
+    const quint16 port = serverPort();
+    if (!port)
+        return QString();
+    // Phones find an IPv4 address easier to type and to reach than an IPv6 one.
+    QString host;
+    const QStringList addresses = reachableAddresses();
+    for (const QString &address : addresses) {
+        if (QHostAddress(address).protocol() == QAbstractSocket::IPv4Protocol) {
+            host = address;
+            break;
+        }
+    }
+    if (host.isEmpty())
+        host = addresses.isEmpty() ? QStringLiteral("127.0.0.1")
+                                   : QLatin1Char('[') + addresses.first() + QLatin1Char(']');
+    return QStringLiteral("http://%1:%2/").arg(host).arg(port);
+}
 
 QStringList Server::reachableAddresses()
 {

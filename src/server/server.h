@@ -125,6 +125,8 @@ public:
 
     // The port being listened on, 0 while not listening.
     quint16 serverPort() const;
+    // Where another device on the network opens the web remote; empty while not listening.
+    QString webRemoteAddress() const;
     const QVector<QWebSocket *> &getConnections() const { return connections; }
     const QVector<QWebSocket *> &getClients() const { return clients; }
     QWebSocket *getPendingSocket() const { return pendingSocket; }

@@ -9,6 +9,7 @@
 #include "preferences.h"
 #include "server.h"
 #include "updater.h"
+#include "webremotedialog.h"
 #include "welcomeview.h"
 
 #include <QAction>
@@ -65,6 +66,7 @@ void UI::setupTrayIcon()
     clientCountAction->setEnabled(false);
     onClientCountChanged(0);
     menu->addSeparator();
+    menu->addAction(tr("Open Web Remote..."), this, &UI::showWebRemote);
     QAction *update = Updater::instance()->getAction();
     update->setMenuRole(QAction::NoRole);
     menu->addAction(update);
@@ -120,6 +122,20 @@ void UI::onCoreReady()
     connect(
         core->platform, &Platform::needPermissions, this, &UI::showWelcome, Qt::UniqueConnection);
     Updater::instance()->checkAndMaybeShowUI();
+}
+
+void UI::showWebRemote()
+{
+    if (!webRemote) {
+        webRemote = new WebRemoteDialog;
+        webRemote->setAttribute(Qt::WA_DeleteOnClose);
+    }
+    // Asked each time: the port changes when the server starts again.
+    Server *server = Core::instance()->server;
+    webRemote->setAddress(server ? server->webRemoteAddress() : QString());
+    webRemote->show();
+    webRemote->raise();
+    webRemote->activateWindow();
 }
 
 void UI::showAuthDialog(

@@ -11,6 +11,7 @@ class QMenu;
 class QMessageBox;
 class QSystemTrayIcon;
 class QWidget;
+class WebRemoteDialog;
 class WelcomeView;
 
 // The program's face: the tray icon and its menu, the pairing prompt, the welcome window and
@@ -27,6 +28,7 @@ public:
     QPointer<Preferences> preferences;
     QPointer<AboutBox> aboutBox;
     QPointer<WelcomeView> welcomeView;
+    QPointer<WebRemoteDialog> webRemote;
     // The pairing prompts that are open.
     QList<QPointer<QMessageBox>> authDialogs;
 
@@ -43,6 +45,7 @@ public slots:
     void showWelcome();
     void showPreferences();
     void showAboutBox();
+    void showWebRemote();
 
 private slots:
     void onCoreReady();

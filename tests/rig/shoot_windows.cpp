@@ -8,6 +8,7 @@
 #include "testenvironment.h"
 #include "ui.h"
 #include "updater.h"
+#include "webremotedialog.h"
 #include "welcomeview.h"
 
 #include <QApplication>
@@ -114,6 +115,11 @@ int main(int argc, char *argv[])
         auto *about = new AboutBox;
         shootWindow(QStringLiteral("about"), about);
         about->close();
+    }
+    {
+        ui.showWebRemote();
+        shootWindow(QStringLiteral("web-remote"), ui.webRemote);
+        ui.webRemote->close();
     }
     {
         QSettings().setValue(QStringLiteral("welcome"), false);

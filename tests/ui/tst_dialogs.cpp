@@ -8,6 +8,7 @@
 #include "testenvironment.h"
 #include "updater.h"
 #include "urlrecorder.h"
+#include "webremotedialog.h"
 
 #include <QCheckBox>
 #include <QDesktopServices>
@@ -16,6 +17,8 @@
 #include <QPushButton>
 #include <QSettings>
 #include <QSignalSpy>
+#include <QStandardPaths>
+#include <QTemporaryDir>
 #include <QtTest>
 
 // The preferences and about dialogs, and the clickable label.
@@ -35,6 +38,9 @@ private slots:
     void aboutBoxIconOpensTheWebPage();
     void clickableLabelNeedsReleaseInside();
     void dialogsDeleteThemselvesWhenClosed();
+    void webRemoteCodeReadsAsTheAddress_data();
+    void webRemoteCodeReadsAsTheAddress();
+    void webRemoteWithoutAddress();
 
 private:
     CoreFixture *fixture = nullptr;
@@ -220,6 +226,49 @@ void TestDialogs::dialogsDeleteThemselvesWhenClosed()
     AboutBox next;
     QVERIFY(Updater::instance()->getLabel());
     QCOMPARE(Updater::instance()->getLabel()->parentWidget(), &next);
+}
+
+void TestDialogs::webRemoteCodeReadsAsTheAddress_data()
+{
+    QTest::addColumn<QString>("address");
+    QTest::newRow("IPv4") << QStringLiteral("http://192.168.1.20:53123/");
+    QTest::newRow("IPv6") << QStringLiteral("http://[fd00::2]:65535/");
+}
+
+void TestDialogs::webRemoteCodeReadsAsTheAddress()
+{
+    QFETCH(QString, address);
+    WebRemoteDialog dialog;
+    dialog.setAddress(address);
+    QVERIFY(dialog.addressLabel->text().contains(address));
+    QVERIFY(!dialog.codeLabel->pixmap(Qt::ReturnByValue).isNull());
+
+    // Read back by a real decoder, as a phone's camera would read it off the screen.
+    const QString zbar = QStandardPaths::findExecutable(QStringLiteral("zbarimg"));
+    QVERIFY2(!zbar.isEmpty(), "zbarimg is not installed (scripts/deps installs it)");
+    QTemporaryDir dir;
+    const QString file = dir.filePath(QStringLiteral("code.png"));
+    QVERIFY(dialog.codeLabel->pixmap(Qt::ReturnByValue).toImage().save(file));
+    QProcess decoder;
+    decoder.start(zbar, { QStringLiteral("--raw"), QStringLiteral("-q"), file });
+    qRegisterMetaType<QProcess::ExitStatus>();
+    QSignalSpy finished(&decoder, qOverload<int, QProcess::ExitStatus>(&QProcess::finished));
+    QVERIFY(finished.wait(20000));
+    QCOMPARE(QString::fromUtf8(decoder.readAllStandardOutput()).trimmed(), address);
+
+    // Dark modules on light, with a light quiet zone.
+    const QImage code = WebRemoteDialog::qrCode(address);
+    QCOMPARE(code.width(), code.height());
+    QCOMPARE(QColor(code.pixel(0, 0)), QColor(Qt::white));
+    QCOMPARE(QColor(code.pixel(4, 4)), QColor(Qt::black));
+}
+
+void TestDialogs::webRemoteWithoutAddress()
+{
+    WebRemoteDialog dialog;
+    dialog.setAddress(QString());
+    QCOMPARE(dialog.addressLabel->text(), QStringLiteral("The server is not listening yet."));
+    QVERIFY(dialog.codeLabel->pixmap(Qt::ReturnByValue).isNull());
 }
 
 QTEST_MAIN(TestDialogs)

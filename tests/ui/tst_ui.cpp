@@ -7,6 +7,7 @@
 #include "testenvironment.h"
 #include "ui.h"
 #include "updater.h"
+#include "webremotedialog.h"
 #include "welcomeview.h"
 
 #include <QAction>
@@ -131,11 +132,12 @@ void TestUI::trayMenuEntriesInOrder()
     QVERIFY(menu);
     QCOMPARE(menuTexts(menu),
         (QStringList { QStringLiteral("No clients connected"), QStringLiteral("--"),
-            QStringLiteral("Check for Updates..."), QStringLiteral("Preferences..."),
-            QStringLiteral("About Velm Server"), QStringLiteral("--"), QStringLiteral("Quit") }));
+            QStringLiteral("Open Web Remote..."), QStringLiteral("Check for Updates..."),
+            QStringLiteral("Preferences..."), QStringLiteral("About Velm Server"),
+            QStringLiteral("--"), QStringLiteral("Quit") }));
     QVERIFY(!menu->actions().at(0)->isEnabled());
-    QCOMPARE(menu->actions().at(2), Updater::instance()->getAction());
-    QCOMPARE(menu->actions().at(2)->menuRole(), QAction::NoRole);
+    QCOMPARE(menu->actions().at(3), Updater::instance()->getAction());
+    QCOMPARE(menu->actions().at(3)->menuRole(), QAction::NoRole);
     // The menu really opens on the display.
     menu->popup(QPoint(900, 30));
     QVERIFY(QTest::qWaitForWindowExposed(menu));
@@ -319,20 +321,33 @@ void TestUI::menuOpensTheDialogsOnce()
 {
     QVERIFY(startUI());
     const QList<QAction *> actions = ui->trayIcon->contextMenu()->actions();
-    actions.at(3)->trigger();
+    actions.at(4)->trigger();
     QVERIFY(ui->preferences);
     QVERIFY(QTest::qWaitForWindowExposed(ui->preferences.data()));
     QPointer<Preferences> preferences = ui->preferences.data();
-    actions.at(3)->trigger();
-    QCOMPARE(ui->preferences.data(), preferences.data());
     actions.at(4)->trigger();
+    QCOMPARE(ui->preferences.data(), preferences.data());
+    actions.at(5)->trigger();
     QVERIFY(ui->aboutBox);
     QVERIFY(QTest::qWaitForWindowExposed(ui->aboutBox.data()));
     ui->preferences->close();
     QTRY_VERIFY(!preferences);
     QVERIFY(!ui->preferences);
-    actions.at(3)->trigger();
+    actions.at(4)->trigger();
     QVERIFY(ui->preferences);
+
+    // The web remote's address, as the server gives it, once however often it is asked for.
+    actions.at(2)->trigger();
+    QVERIFY(ui->webRemote);
+    QVERIFY(QTest::qWaitForWindowExposed(ui->webRemote.data()));
+    QCOMPARE(ui->webRemote->address(), fixture->core->server->webRemoteAddress());
+    QVERIFY(ui->webRemote->address().endsWith(
+        QStringLiteral(":%1/").arg(fixture->core->server->serverPort())));
+    QPointer<WebRemoteDialog> webRemote = ui->webRemote.data();
+    actions.at(2)->trigger();
+    QCOMPARE(ui->webRemote.data(), webRemote.data());
+    webRemote->close();
+    QTRY_VERIFY(!webRemote);
 }
 
 QTEST_MAIN(TestUI)
