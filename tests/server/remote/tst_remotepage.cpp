@@ -124,6 +124,7 @@ private slots:
     void mediaPlayerPaused();
     void lockAfterConfirmation();
     void secondBrowserSeesPushes();
+    void menusAndTheFocusedField();
     void noScriptErrors();
 
 private:
@@ -144,6 +145,7 @@ private:
     Browser browser;
     QString url;
     QProcess player;
+    QProcess accessible;
     QString launchedLog;
 };
 
@@ -243,9 +245,11 @@ void TestRemotePage::initTestCase()
 
 void TestRemotePage::cleanupTestCase()
 {
-    if (player.state() != QProcess::NotRunning) {
-        player.kill();
-        player.waitForFinished(3000);
+    for (QProcess *process : { &player, &accessible }) {
+        if (process->state() != QProcess::NotRunning) {
+            process->kill();
+            process->waitForFinished(3000);
+        }
     }
     // The launched probe is no child of this test.
     const QString pid = run(QStringLiteral("pgrep"), { QStringLiteral("-f"), launchedLog });
@@ -554,6 +558,50 @@ void TestRemotePage::secondBrowserSeesPushes()
     QVERIFY(call(QStringLiteral("waitText"),
         with(at(tablet, QStringLiteral("#front-name")), QStringLiteral("text"),
             QStringLiteral("Velm Probe"))));
+}
+
+void TestRemotePage::menusAndTheFocusedField()
+{
+    // A Qt application with menus and a text field that has the focus, read through the
+    // accessibility bus.
+    const QString log = data.filePath(QStringLiteral("accessible.log"));
+    auto lines = [log] {
+        QFile file(log);
+        return file.open(QIODevice::ReadOnly)
+            ? QString::fromUtf8(file.readAll()).split(QLatin1Char('\n'), Qt::SkipEmptyParts)
+            : QStringList();
+    };
+    accessible.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    accessible.start(QStringLiteral(VELM_A11Y_QT_APP), { log });
+    QVERIFY(accessible.waitForStarted(5000));
+    QTRY_VERIFY_WITH_TIMEOUT(lines().contains(QStringLiteral("ready")), 10000);
+    QVERIFY(call(QStringLiteral("click"), at(phone, QStringLiteral("[data-tab=\"control\"]"))));
+    QVERIFY(call(QStringLiteral("waitValue"),
+        with(at(phone, QStringLiteral("#focus-value")), QStringLiteral("value"),
+            QStringLiteral("hello world"))));
+    QVERIFY(call(QStringLiteral("fill"),
+        with(at(phone, QStringLiteral("#focus-value")), QStringLiteral("text"),
+            QStringLiteral("from the browser"))));
+    QVERIFY(call(QStringLiteral("click"), at(phone, QStringLiteral("#focus-set"))));
+    QTRY_VERIFY(lines().contains(QStringLiteral("entry from the browser")));
+
+    // The menu tree, opened level by level as a finger would.
+    QVERIFY(call(QStringLiteral("click"), at(phone, QStringLiteral("[data-tab=\"menu\"]"))));
+    QVERIFY(
+        call(QStringLiteral("click"), at(phone, QStringLiteral("[data-menu=\"Edit\"] > summary"))));
+    QVERIFY(call(QStringLiteral("click"),
+        at(phone, QStringLiteral("[data-menu=\"Edit › Transform\"] > summary"))));
+    QVERIFY(call(QStringLiteral("click"),
+        at(phone, QStringLiteral("[data-menu=\"Edit › Transform › Upper\"]"))));
+    QTRY_VERIFY(lines().contains(QStringLiteral("menu Upper")));
+    QVERIFY(
+        call(QStringLiteral("click"), at(phone, QStringLiteral("[data-menu=\"File\"] > summary"))));
+    QVERIFY(call(QStringLiteral("click"),
+        at(phone, QStringLiteral("[data-menu=\"File › Recent\"] > summary"))));
+    QVERIFY(call(QStringLiteral("click"),
+        at(phone, QStringLiteral("[data-menu=\"File › Recent › First File\"]"))));
+    QTRY_VERIFY(lines().contains(QStringLiteral("menu First File")));
+    shoot(phone, QStringLiteral("menu"));
 }
 
 void TestRemotePage::noScriptErrors()
