@@ -57,7 +57,9 @@ function supported(code) {
 
 // ---- connection and pairing ------------------------------------------------------------------
 
-const pairingTexts = { connecting: 'connecting', waiting: 'waiting', offline: 'offline', proving: 'proving' };
+const pairingTexts = {
+  connecting: 'connecting', waiting: 'waiting', refused: 'refused', offline: 'offline', proving: 'proving',
+};
 
 connection.addEventListener('state', ({ detail }) => {
   document.body.dataset.state = detail;
@@ -65,6 +67,7 @@ connection.addEventListener('state', ({ detail }) => {
   $('main').hidden = !ready;
   $('pairing').hidden = ready;
   $('pairing-hint').hidden = detail !== 'waiting';
+  $('pair-again').hidden = detail !== 'refused';
   if (!ready) $('pairing-text').textContent = t(pairingTexts[detail]);
   if (ready) {
     for (const code of ['un', 'ia', 'ca', 'v', 'vm', 'b', 'lock']) send({ _: code });
@@ -543,6 +546,8 @@ function showTab(name) {
 }
 for (const tab of document.querySelectorAll('[role="tab"]'))
   tab.addEventListener('click', () => showTab(tab.dataset.tab));
+
+$('pair-again').addEventListener('click', () => connection.reopen());
 
 translatePage(document);
 renderFront();

@@ -100,7 +100,7 @@ export function encodeRequest(object, key) {
 }
 
 // A connection to the computer that served the page. States: "connecting", "waiting" (the
-// user is being asked), "proving", "ready", "offline". Events: "state", "message" (detail: a
+// user is being asked), "refused" (the user did not approve), "proving", "ready", "offline". Events: "state", "message" (detail: a
 // parsed frame), "paired" (a new token was stored).
 export class Connection extends EventTarget {
   constructor(url, storage) {
@@ -152,6 +152,12 @@ export class Connection extends EventTarget {
       if (socket !== this.socket) return;
       this.socket = null;
       this.key = null;
+      if (this.state === 'waiting') {
+        // The user said no (or closed the prompt): asking again on its own would only bring
+        // the prompt back. The page offers to ask again.
+        this.setState('refused');
+        return;
+      }
       this.setState('offline');
       // The computer may be busy pairing another device, restarting or out of reach.
       this.retryTimer = setTimeout(() => this.open(), this.retryDelay);

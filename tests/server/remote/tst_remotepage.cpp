@@ -114,6 +114,7 @@ class TestRemotePage : public QObject
 private slots:
     void initTestCase();
     void cleanupTestCase();
+    void deniedBrowserAsksOnlyWhenTold();
     void pairThroughThePromptAndReconnectEncrypted();
     void unsupportedFeaturesAreHidden();
     void applicationLaunchedAndActivated();
@@ -297,6 +298,35 @@ bool TestRemotePage::pair(const QString &context, const QString &locale, const Q
         return false;
     return call(QStringLiteral("waitVisible"), at(context, QStringLiteral("#main")))
         && QTest::qWaitFor([&] { return core->server->getClients().size() == before + 1; }, 10000);
+}
+
+void TestRemotePage::deniedBrowserAsksOnlyWhenTold()
+{
+    const QString stranger = QStringLiteral("stranger");
+    QVERIFY(call(QStringLiteral("open"),
+        QJsonObject { { QStringLiteral("context"), stranger }, { QStringLiteral("url"), url } }));
+    for (int round = 0; round < 2; ++round) {
+        QTRY_COMPARE_WITH_TIMEOUT(ui->authDialogs.size(), 1, 10000);
+        QMessageBox *box = ui->authDialogs.first();
+        QVERIFY(QTest::qWaitForWindowExposed(box));
+        QAbstractButton *deny = nullptr;
+        for (QAbstractButton *button : box->buttons()) {
+            if (button->text() == QLatin1String("Deny"))
+                deny = button;
+        }
+        QVERIFY(deny);
+        QVERIFY(clickOn(deny));
+        QVERIFY(call(QStringLiteral("waitText"),
+            with(at(stranger, QStringLiteral("#pairing-text")), QStringLiteral("text"),
+                QStringLiteral("This device was not approved on the computer."))));
+        QTRY_VERIFY(ui->authDialogs.isEmpty());
+        // Only when the person asks does the prompt come back.
+        QVERIFY(call(QStringLiteral("click"), at(stranger, QStringLiteral("#pair-again"))));
+    }
+    QTRY_COMPARE(ui->authDialogs.size(), 1);
+    QVERIFY(call(QStringLiteral("close"), QJsonObject { { QStringLiteral("context"), stranger } }));
+    QTRY_VERIFY(ui->authDialogs.isEmpty());
+    QCOMPARE(core->server->totalAuthorizations(), 0);
 }
 
 void TestRemotePage::pairThroughThePromptAndReconnectEncrypted()
