@@ -1,13 +1,16 @@
 #include "clientsession.h"
 
+#include "json.h"
 #include "l.h"
 #include "qaesencryption.h"
 
 #include <QCryptographicHash>
-#include <QDataStream>
 #include <QJsonDocument>
 #include <QRandomGenerator>
 #include <QUrlQuery>
+#include <QtEndian>
+
+#include <cstring>
 
 ClientSession::ClientSession(const QString &id, QObject *parent)
     : QObject(parent)
@@ -54,14 +57,24 @@ QByteArray ClientSession::deriveKey(
     return QCryptographicHash::hash(input, QCryptographicHash::Sha1);
 }
 
+namespace {
+const QAESEncryption &cipher()
+{
+    static const QAESEncryption aes(
+        QAESEncryption::AES_128, QAESEncryption::CBC, QAESEncryption::PKCS7);
+    return aes;
+}
+} // namespace
+
 QByteArray ClientSession::encryptBody(const QByteArray &plain, const QByteArray &key)
 {
+    QByteArray body(16 + cipher().encodedSize(plain.size()), Qt::Uninitialized);
     quint32 words[4];
     QRandomGenerator::global()->fillRange(words);
-    const QByteArray iv(reinterpret_cast<const char *>(words), sizeof words);
-    return iv
-        + QAESEncryption::Crypt(QAESEncryption::AES_128, QAESEncryption::CBC, plain, key.left(16),
-            iv, QAESEncryption::PKCS7);
+    memcpy(body.data(), words, sizeof words);
+    cipher().encodeInto(body.data() + 16, plain.constData(), plain.size(), key.left(16),
+        QByteArray::fromRawData(body.constData(), 16));
+    return body;
 }
 
 QByteArray ClientSession::decryptBody(const QByteArray &body, const QByteArray &key, bool *ok)
@@ -69,8 +82,9 @@ QByteArray ClientSession::decryptBody(const QByteArray &body, const QByteArray &
     *ok = false;
     if (body.size() < 32 || (body.size() - 16) % 16 != 0)
         return QByteArray();
-    const QByteArray padded = QAESEncryption::Decrypt(QAESEncryption::AES_128, QAESEncryption::CBC,
-        body.mid(16), key.left(16), body.left(16), QAESEncryption::PKCS7);
+    QByteArray padded
+        = cipher().decode(QByteArray::fromRawData(body.constData() + 16, body.size() - 16),
+            key.left(16), QByteArray::fromRawData(body.constData(), 16));
     if (padded.isEmpty())
         return QByteArray();
     const int pad = uchar(padded.back());
@@ -81,19 +95,21 @@ QByteArray ClientSession::decryptBody(const QByteArray &body, const QByteArray &
             return QByteArray();
     }
     *ok = true;
-    return padded.left(padded.size() - pad);
+    padded.chop(pad);
+    return padded;
 }
 
 bool ClientSession::parseFrame(const QByteArray &raw, const QByteArray &key, Frame *frame)
 {
     frame->raw = raw;
-    QDataStream stream(raw);
-    qint32 length = 0;
-    stream >> length;
-    if (stream.status() != QDataStream::Ok || length < 0 || length > raw.size() - 4)
+    const auto *bytes = reinterpret_cast<const uchar *>(raw.constData());
+    const qint64 size = raw.size();
+    if (size < 4)
+        return false;
+    const qint32 length = qFromBigEndian<qint32>(bytes);
+    if (length < 0 || length > size - 4)
         return false;
     frame->body = raw.mid(4, length);
-    stream.skipRawData(length);
     if (key.isEmpty()) {
         frame->json = frame->body;
     } else {
@@ -108,16 +124,17 @@ bool ClientSession::parseFrame(const QByteArray &raw, const QByteArray &key, Fra
     if (!document.isObject())
         return false;
     frame->object = document.object();
-    while (!stream.atEnd()) {
-        qint8 type = 0;
-        qint32 size = 0;
-        stream >> type >> size;
-        if (stream.status() != QDataStream::Ok || size < 0 || size > raw.size())
+    qint64 at = 4 + qint64(length);
+    while (at < size) {
+        if (size - at < 5)
             return false;
-        QByteArray data(size, Qt::Uninitialized);
-        if (stream.readRawData(data.data(), size) != size)
+        const qint8 type = qint8(bytes[at]);
+        const qint32 partSize = qFromBigEndian<qint32>(bytes + at + 1);
+        at += 5;
+        if (partSize < 0 || partSize > size - at)
             return false;
-        frame->parts.append({ type, data });
+        frame->parts.append({ type, raw.mid(int(at), partSize) });
+        at += partSize;
     }
     return true;
 }
@@ -131,7 +148,7 @@ void ClientSession::prove()
 
 void ClientSession::send(const QJsonObject &object)
 {
-    const QByteArray json = QJsonDocument(object).toJson(QJsonDocument::Compact);
+    const QByteArray json = Json::compact(object);
     sendRaw(m_key.isEmpty() ? json : encryptBody(json, m_key));
 }
 

@@ -29,11 +29,16 @@ void FrameGate::onReadyRead()
         socket->skip(socket->bytesAvailable());
         return;
     }
+    // The usual case: whole frames and nothing held back. They stay where the WebSocket layer
+    // reads them, untouched.
+    if (state == Frames && held.isEmpty() && onlyWholeFrames())
+        return;
     QByteArray incoming = socket->readAll();
     // The WebSocket layer reads on queued calls, so what was handed on last time may still be
     // unread, at the front of what came in: it stays there, ahead of everything held back.
+    // With nothing held back, everything waiting is read from its start instead.
     QByteArray unread;
-    if (!handedOn.isEmpty() && incoming.startsWith(handedOn)) {
+    if (!held.isEmpty() && !handedOn.isEmpty() && incoming.startsWith(handedOn)) {
         unread = handedOn;
         incoming.remove(0, handedOn.size());
     }
@@ -87,6 +92,34 @@ bool FrameGate::release(const QByteArray &unread)
         delivering = true;
         emit headReceived(head);
         delivering = false;
+    }
+    return true;
+}
+
+bool FrameGate::onlyWholeFrames() const
+{
+    const QByteArray waiting = socket->peek(socket->bytesAvailable());
+    const auto *bytes = reinterpret_cast<const uchar *>(waiting.constData());
+    const qint64 size = waiting.size();
+    qint64 offset = 0;
+    while (offset < size) {
+        if (size - offset < 2 || !(bytes[offset + 1] & 0x80))
+            return false;
+        qint64 length = bytes[offset + 1] & 0x7f;
+        qint64 header = 2;
+        if (length == 126) {
+            header = 4;
+            if (size - offset < header)
+                return false;
+            length = qFromBigEndian<quint16>(bytes + offset + 2);
+        } else if (length == 127) {
+            // Long frames take the careful way.
+            return false;
+        }
+        header += 4;
+        if ((frameLimit > 0 && length > frameLimit) || size - offset < header + length)
+            return false;
+        offset += header + length;
     }
     return true;
 }

@@ -44,6 +44,9 @@ private:
     // Hands on every whole unit that `held` starts with, behind `unread` (what was handed on
     // before and is still unread); false when the connection was closed.
     bool release(const QByteArray &unread = QByteArray());
+    // Whether what waits in the socket is whole, masked frames within the limit, and nothing
+    // else; looked at without taking anything out.
+    bool onlyWholeFrames() const;
     // Answers and closes: nothing more is read.
     void close(const QByteArray &response);
     // The length of the whole unit at `offset` in `held`; 0 when it is not whole yet, -1 when

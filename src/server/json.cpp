@@ -1,7 +1,15 @@
 #include "json.h"
 
+#include <QLocale>
+#include <QVariant>
+
+#include <cmath>
+#include <cstring>
+
 #include <QHash>
+#include <QJsonArray>
 #include <QJsonParseError>
+#include <QJsonValue>
 #include <QString>
 #include <QVector>
 
@@ -90,12 +98,203 @@ bool readString(const QByteArray &text, int &at, QString *decoded)
 
 bool isSpace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
 
+char hexDigit(uint value) { return char(value < 10 ? '0' + value : 'a' + value - 10); }
+
+void writeEscapedUnit(QByteArray &out, uint unit)
+{
+    out += "\\u";
+    out += hexDigit((unit >> 12) & 0xf);
+    out += hexDigit((unit >> 8) & 0xf);
+    out += hexDigit((unit >> 4) & 0xf);
+    out += hexDigit(unit & 0xf);
+}
+
+// As Qt writes strings: quotes, backslashes and control characters escaped, everything else as
+// UTF-8, and a surrogate without its partner as an escape.
+void writeString(QByteArray &out, const QString &text)
+{
+    out += '"';
+    const QChar *at = text.constData();
+    const QChar *end = at + text.size();
+    // Most strings need no escape and hold no surrogate: Qt's own conversion writes them.
+    bool plain = true;
+    for (const QChar *c = at; c < end && plain; ++c) {
+        const ushort unit = c->unicode();
+        plain = unit >= 0x20 && unit != '"' && unit != '\\' && !QChar::isSurrogate(unit);
+    }
+    if (plain) {
+        out += text.toUtf8();
+        out += '"';
+        return;
+    }
+    while (at < end) {
+        const ushort unit = at->unicode();
+        ++at;
+        if (unit < 0x80) {
+            if (unit >= 0x20 && unit != '"' && unit != '\\') {
+                out += char(unit);
+                continue;
+            }
+            out += '\\';
+            switch (unit) {
+            case '"':
+                out += '"';
+                break;
+            case '\\':
+                out += '\\';
+                break;
+            case '\b':
+                out += 'b';
+                break;
+            case '\f':
+                out += 'f';
+                break;
+            case '\n':
+                out += 'n';
+                break;
+            case '\r':
+                out += 'r';
+                break;
+            case '\t':
+                out += 't';
+                break;
+            default:
+                out += "u00";
+                out += hexDigit(unit >> 4);
+                out += hexDigit(unit & 0xf);
+            }
+        } else if (unit < 0x800) {
+            out += char(0xc0 | (unit >> 6));
+            out += char(0x80 | (unit & 0x3f));
+        } else if (!QChar::isSurrogate(unit)) {
+            out += char(0xe0 | (unit >> 12));
+            out += char(0x80 | ((unit >> 6) & 0x3f));
+            out += char(0x80 | (unit & 0x3f));
+        } else if (QChar::isHighSurrogate(unit) && at < end && at->isLowSurrogate()) {
+            const uint point = QChar::surrogateToUcs4(unit, at->unicode());
+            ++at;
+            out += char(0xf0 | (point >> 18));
+            out += char(0x80 | ((point >> 12) & 0x3f));
+            out += char(0x80 | ((point >> 6) & 0x3f));
+            out += char(0x80 | (point & 0x3f));
+        } else {
+            writeEscapedUnit(out, unit);
+        }
+    }
+    out += '"';
+}
+
+void writeValue(QByteArray &out, const QJsonValue &value);
+
+// With a method, the object is written as if "_" held it: in its place among the keys, which
+// Qt keeps in the order of their UTF-16 code units, and instead of any "_" already there.
+void writeObject(QByteArray &out, const QJsonObject &object, const QString *method = nullptr)
+{
+    out += '{';
+    bool first = true;
+    auto writeMethod = [&] {
+        if (!first)
+            out += ',';
+        first = false;
+        out += "\"_\":";
+        writeString(out, *method);
+        method = nullptr;
+    };
+    for (auto it = object.constBegin(); it != object.constEnd(); ++it) {
+        const QString key = it.key();
+        if (method) {
+            const int order = key.compare(QLatin1String("_"));
+            if (order >= 0) {
+                writeMethod();
+                if (order == 0)
+                    continue;
+            }
+        }
+        if (!first)
+            out += ',';
+        first = false;
+        writeString(out, key);
+        out += ':';
+        writeValue(out, it.value());
+    }
+    if (method)
+        writeMethod();
+    out += '}';
+}
+
+void writeArray(QByteArray &out, const QJsonArray &array)
+{
+    out += '[';
+    bool first = true;
+    for (const QJsonValue &value : array) {
+        if (!first)
+            out += ',';
+        first = false;
+        writeValue(out, value);
+    }
+    out += ']';
+}
+
+void writeValue(QByteArray &out, const QJsonValue &value)
+{
+    switch (value.type()) {
+    case QJsonValue::Bool:
+        out += value.toBool() ? "true" : "false";
+        break;
+    case QJsonValue::Double: {
+        // Qt keeps whole numbers given as integers apart and writes them exactly, as long as a
+        // double holds them exactly. Every other number is written as the shortest text that
+        // reads back as the same double: without exponent when it is whole and below 2^64.
+        const QVariant variant = value.toVariant();
+        constexpr qint64 exact = qint64(1) << 53;
+        const qint64 whole = variant.toLongLong();
+        if (variant.userType() == QMetaType::LongLong && whole >= -exact && whole <= exact) {
+            out += QByteArray::number(whole);
+            break;
+        }
+        const double number
+            = variant.userType() == QMetaType::LongLong ? double(whole) : value.toDouble();
+        if (!qIsFinite(number)) {
+            out += "null";
+            break;
+        }
+        const double magnitude = std::abs(number);
+        const bool integral
+            = magnitude < 18446744073709551616.0 && std::floor(magnitude) == magnitude;
+        out += QByteArray::number(number, integral ? 'f' : 'g', QLocale::FloatingPointShortest);
+        break;
+    }
+    case QJsonValue::String:
+        writeString(out, value.toString());
+        break;
+    case QJsonValue::Array:
+        writeArray(out, value.toArray());
+        break;
+    case QJsonValue::Object:
+        writeObject(out, value.toObject());
+        break;
+    case QJsonValue::Null:
+    case QJsonValue::Undefined:
+        out += "null";
+        break;
+    }
+}
+
 } // namespace
 
 namespace Json {
 
 bool repeatsContainerKey(const QByteArray &text)
 {
+    // Most messages are one flat object: with no second container anywhere in the text (not
+    // even inside a string) no key can repeat one.
+    const char *begin = text.constData();
+    const char *end = begin + text.size();
+    if (!memchr(begin, '[', size_t(text.size()))) {
+        const char *first = static_cast<const char *>(memchr(begin, '{', size_t(text.size())));
+        if (!first || !memchr(first + 1, '{', size_t(end - first - 1)))
+            return false;
+    }
     // One entry per open container: for objects, each key seen and whether one of its values
     // was a container; arrays have no keys.
     struct Level
@@ -163,6 +362,22 @@ bool repeatsContainerKey(const QByteArray &text)
         ++at;
     }
     return false;
+}
+
+QByteArray compact(const QJsonObject &object)
+{
+    QByteArray out;
+    out.reserve(64);
+    writeObject(out, object);
+    return out;
+}
+
+QByteArray compact(const QJsonObject &object, const QString &method)
+{
+    QByteArray out;
+    out.reserve(64);
+    writeObject(out, object, &method);
+    return out;
 }
 
 QJsonDocument parse(const QByteArray &text, QJsonParseError *error)

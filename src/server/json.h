@@ -2,6 +2,7 @@
 
 #include <QByteArray>
 #include <QJsonDocument>
+#include <QJsonObject>
 
 class QJsonParseError;
 
@@ -17,5 +18,11 @@ QJsonDocument parse(const QByteArray &text, QJsonParseError *error = nullptr);
 // True when some object in the text repeats a key whose earlier value was an array or an
 // object, and for nesting more than 64 deep.
 bool repeatsContainerKey(const QByteArray &text);
+
+// The same text as QJsonDocument(object).toJson(QJsonDocument::Compact), byte for byte, made
+// without Qt's detour through its binary form: every message the server sends is written here.
+QByteArray compact(const QJsonObject &object);
+// The same for the object with "_" set to method (replacing any), without changing the object.
+QByteArray compact(const QJsonObject &object, const QString &method);
 
 } // namespace Json

@@ -3,6 +3,8 @@
 #include "aescore.h"
 
 #include <atomic>
+#include <cstring>
+#include <utility>
 
 namespace {
 
@@ -47,9 +49,24 @@ aescore::KeySchedule schedule(QAESEncryption::Aes level, const QByteArray &key)
     const int available = qMin(key.size(), 4 * words);
     for (int i = 0; i < available; ++i)
         material[i] = uint8_t(key.at(i));
-    aescore::KeySchedule ks;
-    aescore::expandKey(material, words, ks);
-    return ks;
+    // Each message is decrypted and its reply encrypted under the same session key: the last
+    // few schedules are kept rather than expanded again every time.
+    struct Cached
+    {
+        int words = 0;
+        uint8_t material[32];
+        aescore::KeySchedule ks;
+    };
+    // One place per key, chosen by its first bytes: a look-up is one comparison, also with
+    // many clients.
+    static thread_local Cached cache[64];
+    Cached &entry = cache[(material[0] ^ (material[1] << 3) ^ (material[2] << 6)) % 64];
+    if (entry.words == words && memcmp(entry.material, material, sizeof material) == 0)
+        return entry.ks;
+    entry.words = words;
+    memcpy(entry.material, material, sizeof material);
+    aescore::expandKey(material, words, entry.ks);
+    return entry.ks;
 }
 
 bool ivAcceptable(QAESEncryption::Mode mode, const QByteArray &iv)
@@ -82,22 +99,34 @@ const uint8_t *ivBytes(const QByteArray &iv)
     return iv.isEmpty() ? noIv : reinterpret_cast<const uint8_t *>(iv.constData());
 }
 
-// Encrypts in place: every mode reads a block before it writes it.
-void encryptInPlace(QAESEncryption::Aes level, QAESEncryption::Mode mode, QByteArray &text,
-    const QByteArray &key, const QByteArray &iv)
+// The length that is encrypted of a text of the given size: block modes leave out a partial
+// last block.
+int encryptedLength(QAESEncryption::Mode mode, int size)
 {
     const bool stream = mode == QAESEncryption::CFB || mode == QAESEncryption::OFB;
-    const int length
-        = stream ? text.size() : text.size() - text.size() % QAESEncryption::blockLength;
-    text.truncate(length);
+    return stream ? size : size - size % QAESEncryption::blockLength;
+}
+
+// Encrypts length bytes in place: every mode reads a block before it writes it.
+void encryptBytes(QAESEncryption::Aes level, QAESEncryption::Mode mode, uint8_t *bytes, int length,
+    const QByteArray &key, const QByteArray &iv)
+{
     if (length == 0)
         return;
     const aescore::KeySchedule ks = schedule(level, key);
-    auto *bytes = reinterpret_cast<uint8_t *>(text.data());
     if (hardwareSwitch().load(std::memory_order_relaxed))
         aescore::encryptHardware(coreMode(mode), ks, ivBytes(iv), bytes, bytes, size_t(length));
     else
         aescore::encryptPortable(coreMode(mode), ks, ivBytes(iv), bytes, bytes, size_t(length));
+}
+
+void encryptInPlace(QAESEncryption::Aes level, QAESEncryption::Mode mode, QByteArray &text,
+    const QByteArray &key, const QByteArray &iv)
+{
+    const int length = encryptedLength(mode, text.size());
+    text.truncate(length);
+    if (length > 0)
+        encryptBytes(level, mode, reinterpret_cast<uint8_t *>(text.data()), length, key, iv);
 }
 
 QByteArray decrypt(QAESEncryption::Aes level, QAESEncryption::Mode mode, const QByteArray &input,
@@ -151,7 +180,12 @@ QByteArray QAESEncryption::ExpandKey(Aes level, const QByteArray &key)
 
 QByteArray QAESEncryption::RemovePadding(const QByteArray &rawText, Padding padding)
 {
-    QByteArray text = rawText;
+    return RemovePadding(QByteArray(rawText), padding);
+}
+
+QByteArray QAESEncryption::RemovePadding(QByteArray &&rawText, Padding padding)
+{
+    QByteArray text = std::move(rawText);
     if (text.isEmpty())
         return text;
     switch (padding) {
@@ -201,6 +235,26 @@ QByteArray QAESEncryption::decode(
 QByteArray QAESEncryption::removePadding(const QByteArray &rawText) const
 {
     return RemovePadding(rawText, m_padding);
+}
+
+int QAESEncryption::encodedSize(int size) const
+{
+    return encryptedLength(m_mode, size + paddingFor(m_padding, size).size());
+}
+
+bool QAESEncryption::encodeInto(
+    char *out, const char *text, int size, const QByteArray &key, const QByteArray &iv) const
+{
+    if (!ivAcceptable(m_mode, iv))
+        return false;
+    const QByteArray pad = paddingFor(m_padding, size);
+    const int length = encryptedLength(m_mode, size + pad.size());
+    // What a partial last block leaves out of the text is left out here too.
+    const int fromText = qMin(size, length);
+    memcpy(out, text, size_t(fromText));
+    memcpy(out + fromText, pad.constData(), size_t(length - fromText));
+    encryptBytes(m_level, m_mode, reinterpret_cast<uint8_t *>(out), length, key, iv);
+    return true;
 }
 
 QByteArray QAESEncryption::expandKey(const QByteArray &key) const

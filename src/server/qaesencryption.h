@@ -31,6 +31,8 @@ public:
     // shorter key reads as if filled up with zero bytes.
     static QByteArray ExpandKey(Aes level, const QByteArray &key);
     static QByteArray RemovePadding(const QByteArray &rawText, Padding padding);
+    // The same, in the text's own buffer when nothing else shares it.
+    static QByteArray RemovePadding(QByteArray &&rawText, Padding padding);
 
     explicit QAESEncryption(Aes level, Mode mode, Padding padding = ISO, QObject *parent = nullptr);
 
@@ -42,6 +44,11 @@ public:
     QByteArray expandKey(const QByteArray &key) const;
     // The bytes that this object's padding adds to a text of the given size.
     QByteArray getPadding(int currentSize) const;
+    // What encode() gives for a text of the given size, written straight into out (which holds
+    // encodedSize(size) bytes): no buffer of its own on the way. False without a usable iv.
+    int encodedSize(int size) const;
+    bool encodeInto(
+        char *out, const char *text, int size, const QByteArray &key, const QByteArray &iv) const;
 
     Aes level() const { return m_level; }
     Mode mode() const { return m_mode; }

@@ -406,6 +406,7 @@ void Server::socketDisconnected()
     disconnect(socket, nullptr, this, nullptr);
     connections.removeAll(socket);
     transports.remove(socket);
+    sessionKeys.remove(socket);
     if (pendingSocket == socket)
         pendingSocket = nullptr;
     if (clients.removeAll(socket) > 0)
@@ -420,14 +421,14 @@ void Server::closeSocket(QWebSocket *socket)
 
 void Server::sendMessage(QWebSocket *socket, const QString &method, QJsonObject &&obj)
 {
-    obj.insert(L::method, method);
-    sendMessage(socket, obj, QVector<MessagePart>());
+    // Written with "_" in its place, without inserting it into the object first.
+    sendFramed(socket, Json::compact(obj, method), QVector<MessagePart>());
 }
 
 void Server::sendMessage(
     QWebSocket *socket, const QJsonObject &obj, const QVector<MessagePart> &parts)
 {
-    sendFramed(socket, QJsonDocument(obj).toJson(QJsonDocument::Compact), parts);
+    sendFramed(socket, Json::compact(obj), parts);
 }
 
 void Server::sendMessage(QWebSocket *socket, const QJsonObject &obj, const MessagePart &part)
@@ -449,15 +450,19 @@ void Server::broadcastMessage(const QString &method)
 
 void Server::broadcastMessage(const QString &method, QJsonObject &&obj)
 {
-    obj.insert(L::method, method);
-    broadcastMessage(obj, QVector<MessagePart>());
+    if (clients.isEmpty())
+        return;
+    const QByteArray json = Json::compact(obj, method);
+    const QVector<QWebSocket *> recipients = clients;
+    for (QWebSocket *socket : recipients)
+        sendFramed(socket, json, QVector<MessagePart>());
 }
 
 void Server::broadcastMessage(const QJsonObject &obj, const QVector<MessagePart> &parts)
 {
     if (clients.isEmpty())
         return;
-    const QByteArray json = QJsonDocument(obj).toJson(QJsonDocument::Compact);
+    const QByteArray json = Json::compact(obj);
     const QVector<QWebSocket *> recipients = clients;
     for (QWebSocket *socket : recipients)
         sendFramed(socket, json, parts);
@@ -468,17 +473,20 @@ void Server::sendFramed(
 {
     if (!socket)
         return;
-    const QByteArray key = socket->property(aesKeyProperty).toByteArray();
-    const QByteArray body = key.isEmpty() ? json : encrypt(json, key);
-
-    int total = 4 + body.size();
+    const QByteArray key = sessionKeys.value(socket);
+    // The body is encrypted straight into the message.
+    const int bodySize = key.isEmpty() ? json.size() : encryptedSize(json.size());
+    int total = 4 + bodySize;
     for (const MessagePart &part : parts)
         total += 5 + part.data.size();
     QByteArray buffer(total, Qt::Uninitialized);
     char *out = buffer.data();
-    qToBigEndian<qint32>(body.size(), out);
-    memcpy(out + 4, body.constData(), size_t(body.size()));
-    out += 4 + body.size();
+    qToBigEndian<qint32>(bodySize, out);
+    if (key.isEmpty())
+        memcpy(out + 4, json.constData(), size_t(json.size()));
+    else
+        encryptInto(out + 4, json, key);
+    out += 4 + bodySize;
     for (const MessagePart &part : parts) {
         *out = char(part.type);
         qToBigEndian<qint32>(part.data.size(), out + 1);
@@ -521,7 +529,7 @@ void Server::onBinaryMessageReceived(const QByteArray &message)
 void Server::dispatch(QWebSocket *socket, const QByteArray &message)
 {
     QByteArray data = message;
-    const QByteArray key = socket->property(aesKeyProperty).toByteArray();
+    const QByteArray key = sessionKeys.value(socket);
     if (!key.isEmpty())
         data = decrypt(message, key);
 
@@ -607,6 +615,7 @@ void Server::startAuthentication(const QString &id, QWebSocket *socket)
     // Sent before the key is set, so it travels in plain text.
     sendMessage(socket, L::auth, QJsonObject { { L::sessionToken, sessionToken } });
     socket->setProperty(aesKeyProperty, key);
+    sessionKeys.insert(socket, key);
     // A connection that never proves its key holds nothing for long.
     QTimer::singleShot(proofTimeout, socket, [this, socket] {
         if (isAuthenticating(socket)) {
@@ -744,19 +753,33 @@ QByteArray Server::computeAESKey(
 
 QByteArray Server::encrypt(const QByteArray &plain, const QByteArray &key) const
 {
+    QByteArray body(encryptedSize(plain.size()), Qt::Uninitialized);
+    encryptInto(body.data(), plain, key);
+    return body;
+}
+
+int Server::encryptedSize(int plainSize) const
+{
+    return QAESEncryption::blockLength + aes.encodedSize(plainSize);
+}
+
+void Server::encryptInto(char *out, const QByteArray &plain, const QByteArray &key) const
+{
     // The vector is four engine outputs, each written big-endian.
-    char iv[QAESEncryption::blockLength];
     for (int i = 0; i < 4; ++i)
-        qToBigEndian<quint32>(Random::generate(), iv + 4 * i);
-    const QByteArray vector = QByteArray::fromRawData(iv, sizeof iv);
-    return vector + aes.encode(plain, key, vector);
+        qToBigEndian<quint32>(Random::generate(), out + 4 * i);
+    const QByteArray vector = QByteArray::fromRawData(out, QAESEncryption::blockLength);
+    aes.encodeInto(out + QAESEncryption::blockLength, plain.constData(), plain.size(), key, vector);
 }
 
 QByteArray Server::decrypt(const QByteArray &body, const QByteArray &key) const
 {
-    const QByteArray iv = body.left(QAESEncryption::blockLength);
-    const QByteArray cipher = body.mid(QAESEncryption::blockLength);
-    return aes.removePadding(aes.decode(cipher, key, iv));
+    // Read where they are: the vector, then the ciphertext.
+    const int vectorSize = qMin(body.size(), int(QAESEncryption::blockLength));
+    const QByteArray iv = QByteArray::fromRawData(body.constData(), vectorSize);
+    const QByteArray cipher
+        = QByteArray::fromRawData(body.constData() + vectorSize, body.size() - vectorSize);
+    return QAESEncryption::RemovePadding(aes.decode(cipher, key, iv), aes.padding());
 }
 
 QString Server::zeroConfServiceName() const

@@ -116,6 +116,10 @@ public:
         const QString &id, const QString &token, const QString &sessionToken);
     QByteArray encrypt(const QByteArray &plain, const QByteArray &key) const;
     QByteArray decrypt(const QByteArray &body, const QByteArray &key) const;
+    // The size of the encrypted body of a text, and the body written into out (that many
+    // bytes).
+    int encryptedSize(int plainSize) const;
+    void encryptInto(char *out, const QByteArray &plain, const QByteArray &key) const;
 
     void publishZeroConfService();
 
@@ -181,6 +185,9 @@ private:
     // The TCP connections that have not authenticated, oldest first.
     QVector<QPointer<QTcpSocket>> strangers;
     QHash<QWebSocket *, QPointer<QTcpSocket>> transports;
+    // The session key of each connection that has one, as its property "k" holds it: looked up
+    // for every message, where a property costs a walk through the socket's meta-object.
+    QHash<const QWebSocket *, QByteArray> sessionKeys;
     struct FailedProofs
     {
         int count = 0;

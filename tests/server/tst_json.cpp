@@ -1,8 +1,14 @@
 #include "json.h"
 
+#include <QJsonArray>
 #include <QJsonObject>
 #include <QJsonParseError>
+#include <QRandomGenerator>
 #include <QtTest>
+
+#include <cstring>
+#include <functional>
+#include <limits>
 
 // Text that would make Qt's parser keep memory for good is recognised; everything else parses
 // exactly as QJsonDocument does.
@@ -15,6 +21,9 @@ private slots:
     void refusedAsUnparseable();
     void otherwiseAsQt_data();
     void otherwiseAsQt();
+    void compactWritesAsQt_data();
+    void compactWritesAsQt();
+    void compactWritesRandomObjectsAsQt();
 };
 
 void TestJson::repeatedContainerKeys_data()
@@ -81,6 +90,117 @@ void TestJson::otherwiseAsQt()
     QCOMPARE(parsed, QJsonDocument::fromJson(text, &qt));
     QCOMPARE(ours.error, qt.error);
     QCOMPARE(ours.offset, qt.offset);
+}
+
+void TestJson::compactWritesAsQt_data()
+{
+    QTest::addColumn<QJsonObject>("object");
+    QTest::newRow("empty") << QJsonObject();
+    QTest::newRow("reply") << QJsonObject { { QStringLiteral("_"), QStringLiteral("ai") },
+        { QStringLiteral("i"), QStringLiteral("org.kde.dolphin") }, { QStringLiteral("s"), 64 } };
+    QTest::newRow("numbers") << QJsonObject { { QStringLiteral("int"), 42 },
+        { QStringLiteral("negative"), -7 }, { QStringLiteral("big"), qint64(1) << 60 },
+        { QStringLiteral("beyond doubles"), (qint64(1) << 53) + 1 },
+        { QStringLiteral("fraction"), 0.1 }, { QStringLiteral("whole double"), 3.0 },
+        { QStringLiteral("huge"), 1e300 }, { QStringLiteral("tiny"), 5e-324 },
+        { QStringLiteral("minus zero"), -0.0 },
+        { QStringLiteral("nan"), std::numeric_limits<double>::quiet_NaN() },
+        { QStringLiteral("infinity"), std::numeric_limits<double>::infinity() } };
+    QString controls;
+    for (ushort c = 0; c < 0x80; ++c)
+        controls += QChar(c);
+    QTest::newRow("every ASCII character")
+        << QJsonObject { { controls, controls }, { QStringLiteral("x"), QStringLiteral("\"\\/") } };
+    QTest::newRow("text beyond ASCII") << QJsonObject { { QStringLiteral("é"),
+                                                            QStringLiteral("Ünïcødé €") },
+        { QStringLiteral("astral"), QString::fromUcs4(U"🎵 𝄞") },
+        { QStringLiteral("lone high"), QString(QString(QChar(0xd83c)) + QStringLiteral("x")) },
+        { QStringLiteral("lone low"), QString(QChar(0xdfb5)) },
+        { QStringLiteral("high at end"), QString(QStringLiteral("a") + QChar(0xd83c)) },
+        { QStringLiteral("noncharacters"),
+            QString(QString(QChar(0xfffe)) + QChar(0xffff) + QChar(0x7ff) + QChar(0x800)) } };
+    QTest::newRow("nested") << QJsonObject { { QStringLiteral("apps"),
+        QJsonArray { QJsonObject { { QStringLiteral("i"), QStringLiteral("a") },
+                         { QStringLiteral("s"), QStringLiteral("r") } },
+            QJsonArray { 1, 2.5, QJsonArray(), QJsonObject(), QJsonValue(), true, false } } } };
+    QTest::newRow("parsed") << QJsonDocument::fromJson(
+        R"({"n":[0,-1,1.5,1e21,12345678901234567890,1e-7,-0,9007199254740993],"s":"\u0000\ud800"})")
+                                   .object();
+}
+
+void TestJson::compactWritesAsQt()
+{
+    QFETCH(QJsonObject, object);
+    QCOMPARE(Json::compact(object), QJsonDocument(object).toJson(QJsonDocument::Compact));
+}
+
+void TestJson::compactWritesRandomObjectsAsQt()
+{
+    QRandomGenerator random(20261123);
+    std::function<QJsonValue(int)> value = [&](int depth) -> QJsonValue {
+        switch (random.bounded(depth > 3 ? 6 : 8)) {
+        case 0:
+            return QJsonValue(int(random.generate()));
+        case 1:
+            return QJsonValue(qint64(random.generate64()) >> random.bounded(64));
+        case 2: {
+            double number;
+            const quint64 bits = random.generate64();
+            memcpy(&number, &bits, sizeof number);
+            return random.bounded(2) ? QJsonValue(number)
+                                     : QJsonValue(random.generateDouble() * 1000);
+        }
+        case 3: {
+            QString text;
+            for (int i = random.bounded(12); i > 0; --i)
+                text += QChar(
+                    ushort(random.bounded(3) ? random.bounded(0x80) : random.bounded(0x10000)));
+            return text;
+        }
+        case 4:
+            return QJsonValue(bool(random.bounded(2)));
+        case 5:
+            return QJsonValue();
+        case 6: {
+            QJsonArray array;
+            for (int i = random.bounded(5); i > 0; --i)
+                array.append(value(depth + 1));
+            return array;
+        }
+        default: {
+            QJsonObject object;
+            for (int i = random.bounded(5); i > 0; --i)
+                object.insert(value(9).toString() + QString::number(i), value(depth + 1));
+            return object;
+        }
+        }
+    };
+    for (int round = 0; round < 3000; ++round) {
+        QJsonObject object;
+        for (int i = random.bounded(6); i > 0; --i)
+            object.insert(QStringLiteral("k%1").arg(random.bounded(100)), value(0));
+        const QByteArray expected = QJsonDocument(object).toJson(QJsonDocument::Compact);
+        QCOMPARE(Json::compact(object), expected);
+        // With a method put in as a reply's "_", among keys before and after it in Qt's order
+        // and in place of one that is there.
+        QJsonObject reply = object;
+        for (const QString &key : { QStringLiteral("A"), QStringLiteral("^"), QStringLiteral("`"),
+                 QStringLiteral("_a"), QStringLiteral("é") }) {
+            if (random.bounded(2))
+                reply.insert(key, value(2));
+        }
+        if (random.bounded(3) == 0)
+            reply.insert(QStringLiteral("_"), value(2));
+        const QString method = value(9).toString();
+        const QJsonObject before = reply;
+        const QByteArray written = Json::compact(reply, method);
+        QCOMPARE(reply, before);
+        reply.insert(QStringLiteral("_"), method);
+        QCOMPARE(written, QJsonDocument(reply).toJson(QJsonDocument::Compact));
+        // And after a trip through the parser, as requests arrive.
+        const QJsonObject parsed = QJsonDocument::fromJson(expected).object();
+        QCOMPARE(Json::compact(parsed), QJsonDocument(parsed).toJson(QJsonDocument::Compact));
+    }
 }
 
 QTEST_GUILESS_MAIN(TestJson)

@@ -32,6 +32,8 @@ class TestQAESEncryption : public QObject
     Q_OBJECT
 private slots:
     void cleanup() { QAESEncryption::setHardwareAccelerationEnabled(true); }
+    void encodeIntoAsEncode();
+    void removePaddingInPlaceAsCopy();
 
     void fips197_data();
     void fips197();
@@ -387,6 +389,48 @@ void TestQAESEncryption::randomIntegerEqualBounds()
     const uint32_t b = Random::generate();
     const uint32_t c = Random::generate();
     QVERIFY(a != b || b != c);
+}
+
+void TestQAESEncryption::encodeIntoAsEncode()
+{
+    const QByteArray key = QByteArray::fromHex("000102030405060708090a0b0c0d0e0f1011121314151617"
+                                               "18191a1b1c1d1e1f");
+    const QByteArray iv = QByteArray::fromHex("f0e0d0c0b0a090807060504030201000");
+    for (int level = 0; level < 3; ++level) {
+        for (int mode = 0; mode < 4; ++mode) {
+            for (int padding = 0; padding < 3; ++padding) {
+                const QAESEncryption aes { QAESEncryption::Aes(level), QAESEncryption::Mode(mode),
+                    QAESEncryption::Padding(padding) };
+                for (int size = 0; size <= 40; ++size) {
+                    const QByteArray text(size, char('a' + size % 26));
+                    const QByteArray expected = aes.encode(text, key, iv);
+                    QCOMPARE(aes.encodedSize(size), expected.size());
+                    QByteArray written(aes.encodedSize(size), '\0');
+                    QVERIFY(aes.encodeInto(written.data(), text.constData(), size, key, iv));
+                    QCOMPARE(written, expected);
+                }
+                if (mode != QAESEncryption::ECB) {
+                    char out[64];
+                    QVERIFY(!aes.encodeInto(out, "abc", 3, key, QByteArray("short")));
+                }
+            }
+        }
+    }
+}
+
+void TestQAESEncryption::removePaddingInPlaceAsCopy()
+{
+    for (int padding = 0; padding < 3; ++padding) {
+        for (const QByteArray &text :
+            { QByteArray(), QByteArray("abc\x03\x03\x03"), QByteArray("abc\x80\0\0", 6),
+                QByteArray("ab\0\0", 4), QByteArray("x\xff"), QByteArray("\x10") }) {
+            const auto kind = QAESEncryption::Padding(padding);
+            const QByteArray copy = QAESEncryption::RemovePadding(text, kind);
+            QByteArray moved = text;
+            moved.detach();
+            QCOMPARE(QAESEncryption::RemovePadding(std::move(moved), kind), copy);
+        }
+    }
 }
 
 QTEST_GUILESS_MAIN(TestQAESEncryption)
