@@ -107,10 +107,11 @@ screenshots: build
 
 bench: deps $(RELEASE)/build.ninja
 	cmake -S . -B $(RELEASE) -DVELM_BUILD_BENCH=ON >/dev/null
-	cmake --build $(RELEASE) -j $(JOBS) --target bench_roundtrip bench_listing bench_icons
+	cmake --build $(RELEASE) -j $(JOBS) --target bench_roundtrip bench_listing bench_icons bench_idle
 	$(RELEASE)/bench/bench_roundtrip
 	$(RELEASE)/bench/bench_listing
 	$(RELEASE)/bench/bench_icons
+	$(RELEASE)/bench/bench_idle
 
 fuzz:
 	@scripts/deps --fuzz

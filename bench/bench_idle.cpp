@@ -1,0 +1,151 @@
+// The program at rest: starts the release binary offscreen with a private home, then reports
+// the time until it listens, and over a quiet minute with no client its resident and private
+// dirty memory, CPU time and wakeups (context switches). When the KDE Connect daemon is
+// installed, the same figures for it, started the same way, side by side. It measures; it never
+// passes or fails.
+//   usage: bench_idle [SECONDS]   (60 by default)
+
+#include "testenvironment.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QProcess>
+#include <QStringList>
+#include <QTemporaryDir>
+#include <QtTest>
+
+#include <cstdio>
+#include <unistd.h>
+
+namespace {
+
+struct Figures
+{
+    bool ran = false;
+    double startMs = -1; // until it listens; -1 when it says nothing of the kind
+    double rssMiB = 0;
+    double privateDirtyMiB = 0;
+    double cpuMs = 0;
+    qint64 wakeups = 0;
+};
+
+// A field of /proc/PID/status or smaps_rollup, in kB.
+qint64 field(const QString &file, const QByteArray &name)
+{
+    QFile f(file);
+    if (!f.open(QIODevice::ReadOnly))
+        return -1;
+    for (const QByteArray &line : f.readAll().split('\n')) {
+        if (line.startsWith(name + ':'))
+            return line.mid(name.size() + 1).trimmed().split(' ').first().toLongLong();
+    }
+    return -1;
+}
+
+double cpuMilliseconds(qint64 pid)
+{
+    QFile stat(QStringLiteral("/proc/%1/stat").arg(pid));
+    if (!stat.open(QIODevice::ReadOnly))
+        return -1;
+    const QByteArray text = stat.readAll();
+    // Fields after the command name, which is in parentheses and may hold spaces.
+    const QList<QByteArray> fields = text.mid(text.lastIndexOf(')') + 2).split(' ');
+    const double ticks = fields.value(11).toDouble() + fields.value(12).toDouble();
+    return ticks * 1000.0 / double(sysconf(_SC_CLK_TCK));
+}
+
+qint64 wakeups(qint64 pid)
+{
+    const QString status = QStringLiteral("/proc/%1/status").arg(pid);
+    return field(status, "voluntary_ctxt_switches") + field(status, "nonvoluntary_ctxt_switches");
+}
+
+Figures measure(const QString &program, const QByteArray &listening, int seconds)
+{
+    Figures figures;
+    QTemporaryDir root;
+    QProcessEnvironment environment = TestEnvironment::isolatedProgram(root.path());
+    environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
+    QProcess process;
+    process.setProcessEnvironment(environment);
+    process.setProcessChannelMode(QProcess::MergedChannels);
+    QByteArray log;
+    QElapsedTimer clock;
+    clock.start();
+    process.start(program, QStringList());
+    if (!process.waitForStarted(5000))
+        return figures;
+    figures.ran = true;
+    if (!listening.isEmpty()
+        && QTest::qWaitFor(
+            [&] {
+                log += process.readAll();
+                return log.contains(listening);
+            },
+            20000))
+        figures.startMs = double(clock.nsecsElapsed()) / 1e6;
+    // Settled: what start-up set going is over before the quiet minute is counted.
+    QTest::qWait(2000);
+    const qint64 pid = process.processId();
+    const double cpuBefore = cpuMilliseconds(pid);
+    const qint64 wakeupsBefore = wakeups(pid);
+    QTest::qWait(seconds * 1000);
+    figures.cpuMs = cpuMilliseconds(pid) - cpuBefore;
+    figures.wakeups = wakeups(pid) - wakeupsBefore;
+    const QString rollup = QStringLiteral("/proc/%1/smaps_rollup").arg(pid);
+    figures.rssMiB = double(field(rollup, "Rss")) / 1024.0;
+    figures.privateDirtyMiB = double(field(rollup, "Private_Dirty")) / 1024.0;
+    process.terminate();
+    if (!process.waitForFinished(10000))
+        process.kill();
+    process.waitForFinished(3000);
+    return figures;
+}
+
+QString kdeConnect()
+{
+    for (const char *path : { "/usr/lib/x86_64-linux-gnu/libexec/kdeconnectd",
+             "/usr/libexec/kdeconnectd", "/usr/lib/kdeconnectd" }) {
+        if (QFile::exists(QString::fromLatin1(path)))
+            return QString::fromLatin1(path);
+    }
+    return QString();
+}
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    QCoreApplication app(argc, argv);
+    const int seconds = argc > 1 ? qMax(1, atoi(argv[1])) : 60;
+    const QString velm
+        = QCoreApplication::applicationDirPath() + QStringLiteral("/../src/shell/velm-server");
+    std::printf(
+        "At rest, offscreen, a private home, no client; over %d s after start-up\n\n", seconds);
+    const Figures ours = measure(velm, "listens on port", seconds);
+    if (!ours.ran) {
+        std::printf("velm-server did not start (%s)\n", qPrintable(velm));
+        return 1;
+    }
+    const QString other = kdeConnect();
+    const Figures theirs = other.isEmpty() ? Figures() : measure(other, QByteArray(), seconds);
+    std::printf("%-30s %14s %14s\n", "", "velm-server", theirs.ran ? "kdeconnectd" : "");
+    auto row = [&](const char *label, double a, double b, const char *format) {
+        char left[32];
+        char right[32] = "";
+        std::snprintf(left, sizeof left, format, a);
+        if (theirs.ran)
+            std::snprintf(right, sizeof right, format, b);
+        std::printf("%-30s %14s %14s\n", label, left, right);
+    };
+    row("start to listening (ms)", ours.startMs, -1, "%.0f");
+    row("resident memory (MiB)", ours.rssMiB, theirs.rssMiB, "%.1f");
+    row("private dirty memory (MiB)", ours.privateDirtyMiB, theirs.privateDirtyMiB, "%.1f");
+    row("CPU time (ms)", ours.cpuMs, theirs.cpuMs, "%.0f");
+    row("wakeups (context switches)", double(ours.wakeups), double(theirs.wakeups), "%.0f");
+    if (!theirs.ran)
+        std::printf("\n(kdeconnectd is not installed: no comparison)\n");
+    return 0;
+}
