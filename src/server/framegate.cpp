@@ -36,9 +36,11 @@ void FrameGate::onReadyRead()
     QByteArray incoming = socket->readAll();
     // The WebSocket layer reads on queued calls, so what was handed on last time may still be
     // unread, at the front of what came in: it stays there, ahead of everything held back.
-    // With nothing held back, everything waiting is read from its start instead.
+    // Among frames with nothing held back, everything waiting is whole frames from its start
+    // and is read as such; the handshake, though, must stay ahead of the frames behind it.
     QByteArray unread;
-    if (!held.isEmpty() && !handedOn.isEmpty() && incoming.startsWith(handedOn)) {
+    if ((!held.isEmpty() || state != Frames) && !handedOn.isEmpty()
+        && incoming.startsWith(handedOn)) {
         unread = handedOn;
         incoming.remove(0, handedOn.size());
     }
