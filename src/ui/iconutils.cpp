@@ -2,6 +2,7 @@
 
 #include <QFile>
 #include <QGuiApplication>
+#include <QImageReader>
 #include <QPalette>
 
 // The artwork is compiled into this static library and nothing refers to it by symbol, so it
@@ -17,6 +18,25 @@ static void ensureResources()
 
 namespace {
 QColor windowColor() { return QGuiApplication::palette().color(QPalette::Window); }
+
+// The artwork is all PNG. Told so, the reader decodes it itself; left to guess, it would first
+// load every image plugin installed (TIFF, WebP, JPEG and what they link) to ask each whether it
+// reads PNG, which at start-up costs the tray icon more time and memory than everything else.
+QPixmap readPng(const QString &path)
+{
+    QImageReader reader(path, "png");
+    reader.setAutoDetectImageFormat(false);
+    return QPixmap::fromImage(reader.read());
+}
+
+void addPng(QIcon &icon, const QString &path, QIcon::Mode mode, QIcon::State state)
+{
+    icon.addPixmap(readPng(path), mode, state);
+    // The "@2x" twin joins as the larger size, which a high-resolution screen picks.
+    const QString twin = path.chopped(4) + QStringLiteral("@2x.png");
+    if (QFile::exists(twin))
+        icon.addPixmap(readPng(twin), mode, state);
+}
 } // namespace
 
 QString IconUtils::setFor(const QColor &background)
@@ -43,7 +63,7 @@ QIcon IconUtils::fromResources(const char *name)
     QIcon result;
     if (!QFile::exists(base + png))
         return result;
-    result.addFile(base + png, QSize(), QIcon::Normal, QIcon::Off);
+    addPng(result, base + png, QIcon::Normal, QIcon::Off);
     const struct
     {
         const char *suffix;
@@ -58,7 +78,7 @@ QIcon IconUtils::fromResources(const char *name)
     for (const auto &variant : variants) {
         const QString path = base + QLatin1String(variant.suffix) + png;
         if (QFile::exists(path))
-            result.addFile(path, QSize(), variant.mode, variant.state);
+            addPng(result, path, variant.mode, variant.state);
     }
     return result;
 }
@@ -95,12 +115,12 @@ QPixmap IconUtils::pixmap(const QString &path, qreal pixelRatio)
     if (pixelRatio > 1.0 && dot >= 0) {
         const QString twin = path.left(dot) + QStringLiteral("@2x") + path.mid(dot);
         if (QFile::exists(twin)) {
-            QPixmap result(twin);
+            QPixmap result = readPng(twin);
             result.setDevicePixelRatio(pixelRatio);
             return result;
         }
     }
-    return QPixmap(path);
+    return readPng(path);
 }
 
 QIcon IconUtils::tintedIcon(const char *name, const QColor &color, const QVector<QSize> &sizes)

@@ -43,8 +43,10 @@ QIcon trayIconFor(bool connected)
 UI::UI(QWidget *parent)
     : QObject(parent)
 {
-    setupTrayIcon();
+    // The server first: clients wait on it, while the menu's widgets (which load the fonts)
+    // are not needed before the user can look at them.
     startCore();
+    setupTrayIcon();
 }
 
 UI::~UI() { delete menu; }

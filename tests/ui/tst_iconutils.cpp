@@ -27,6 +27,8 @@ class TestIconUtils : public QObject
 private slots:
     void initTestCase();
     void cleanup();
+    void programIconsLoadNoImagePlugin();
+    void trayIconHasItsTwin();
     void setFollowsTheWindowColour();
     void darkBackgroundReadsTheDarkSet();
     void iconPathNamesSetSizeAndFile();
@@ -54,6 +56,29 @@ void TestIconUtils::initTestCase()
 void TestIconUtils::cleanup()
 {
     QApplication::setPalette(QApplication::style()->standardPalette());
+}
+
+// First, before anything else reads an image: the artwork is PNG, and reading it must not load
+// every image plugin installed (they cost start-up time and memory).
+void TestIconUtils::programIconsLoadNoImagePlugin()
+{
+    QVERIFY(!IconUtils::icon("lock").pixmap(16).isNull());
+    QVERIFY(!IconUtils::pixmap(QStringLiteral(":/images/64/app.png"), 2.0).isNull());
+#ifdef Q_OS_LINUX
+    QFile maps(QStringLiteral("/proc/self/maps"));
+    QVERIFY(maps.open(QIODevice::ReadOnly));
+    const QByteArray loaded = maps.readAll();
+    QVERIFY(loaded.contains("libQt5Gui"));
+    QVERIFY2(!loaded.contains("/imageformats/"), "an image plugin was loaded");
+#endif
+}
+
+void TestIconUtils::trayIconHasItsTwin()
+{
+    const QList<QSize> sizes = IconUtils::icon("tray").availableSizes();
+    QVERIFY(sizes.contains(QSize(16, 16)));
+    QVERIFY(sizes.contains(QSize(32, 32)));
+    QCOMPARE(IconUtils::icon("tray").pixmap(32).size(), QSize(32, 32));
 }
 
 void TestIconUtils::setFollowsTheWindowColour()
