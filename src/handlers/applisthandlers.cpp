@@ -2,6 +2,7 @@
 
 #include "app.h"
 #include "handlerutils.h"
+#include "json.h"
 #include "l.h"
 #include "platform.h"
 #include "server.h"
@@ -14,16 +15,41 @@ namespace {
 constexpr int maxIconSize = 1024;
 }
 
+// Written as text: with hundreds of applications, building the list as QJsonObjects and
+// writing them out cost most of the reply. The keys are in the order Qt keeps them in ("_",
+// then the rest by their code units), so the text is the one Qt would write.
 void InstalledAppsHandler::handle(const QJsonObject &, QWebSocket *socket)
 {
-    QJsonArray apps;
-    for (App *app : HandlerUtils::sortedApps()) {
-        QJsonObject entry { { L::id, app->id }, { L::name, app->name } };
-        if (app->running)
-            entry.insert(L::status, L::running);
-        apps.append(entry);
+    const QVector<App *> apps = HandlerUtils::sortedApps();
+    auto key = [](QByteArray &json, const QString &key) {
+        Json::appendString(json, key);
+        json += ':';
+    };
+    QByteArray json;
+    json.reserve(32 + apps.size() * 64);
+    json += '{';
+    key(json, L::method);
+    Json::appendString(json, name);
+    json += ',';
+    key(json, L::apps);
+    json += '[';
+    for (int i = 0; i < apps.size(); ++i) {
+        const App *app = apps.at(i);
+        json += i ? ",{" : "{";
+        key(json, L::id);
+        Json::appendString(json, app->id);
+        json += ',';
+        key(json, L::name);
+        Json::appendString(json, app->name);
+        if (app->running) {
+            json += ',';
+            key(json, L::status);
+            Json::appendString(json, L::running);
+        }
+        json += '}';
     }
-    server->sendMessage(socket, name, QJsonObject { { L::apps, apps } });
+    json += "]}";
+    server->sendJson(socket, json);
 }
 
 void RunningAppsHandler::handle(const QJsonObject &, QWebSocket *socket)

@@ -364,6 +364,8 @@ bool repeatsContainerKey(const QByteArray &text)
     return false;
 }
 
+void appendString(QByteArray &out, const QString &text) { writeString(out, text); }
+
 QByteArray compact(const QJsonObject &object)
 {
     QByteArray out;

@@ -24,5 +24,8 @@ bool repeatsContainerKey(const QByteArray &text);
 QByteArray compact(const QJsonObject &object);
 // The same for the object with "_" set to method (replacing any), without changing the object.
 QByteArray compact(const QJsonObject &object, const QString &method);
+// Appends text as a JSON string, quoted and escaped exactly as compact() writes strings, for
+// handlers that write large replies themselves.
+void appendString(QByteArray &out, const QString &text);
 
 } // namespace Json

@@ -48,6 +48,7 @@ private slots:
     // Application lists
     void installedAppsInClientOrder();
     void installedAppsWithoutRunningHaveNoStatus();
+    void installedAppsTextIsQtsText();
     void currentAppPushedWhenItGoesAway();
     void runningAppsRequestGetsNoReply();
     void appIconSizes();
@@ -142,6 +143,38 @@ void TestHandlers::installedAppsWithoutRunningHaveNoStatus()
     QVERIFY(reply);
     for (const QJsonValue &app : reply->object.value(L::apps).toArray())
         QVERIFY(!app.toObject().contains(L::status));
+}
+
+// The list is written as text: byte for byte what Qt writes for the same object, whatever the
+// names hold (quotes, backslashes, control characters, other scripts, surrogate pairs and a
+// surrogate without its partner).
+void TestHandlers::installedAppsTextIsQtsText()
+{
+    CoreFixture f;
+    const QStringList names { QStringLiteral("Plain"), QStringLiteral("Say \"hi\" \\ now"),
+        QStringLiteral("Tab\there\nand\x01"
+                       "bell"),
+        QStringLiteral("Caff\u00e8 \u65e5\u672c"), QString::fromUtf16(u"Smile \U0001F600"),
+        QString(QChar(0xD800)) + QStringLiteral("x") };
+    for (int i = 0; i < names.size(); ++i)
+        f.platform->addApp(QStringLiteral("app%1").arg(i), names.at(i), 100 - i);
+    f.platform->setRunning(f.platform->appforId(QStringLiteral("app1")), true);
+    QVERIFY(f.start());
+    ProtocolClient *client = f.connectClient(QStringLiteral("phone"));
+    QVERIFY(client);
+    const auto reply = f.request(client, req(L::installedApps), L::installedApps);
+    QVERIFY(reply);
+
+    QJsonArray apps;
+    for (int i = 0; i < names.size(); ++i) {
+        QJsonObject entry { { L::id, QStringLiteral("app%1").arg(i) }, { L::name, names.at(i) } };
+        if (i == 1)
+            entry.insert(L::status, L::running);
+        apps.append(entry);
+    }
+    QJsonObject expected { { L::apps, apps } };
+    expected.insert(L::method, L::installedApps);
+    QCOMPARE(reply->json, QJsonDocument(expected).toJson(QJsonDocument::Compact));
 }
 
 void TestHandlers::currentAppPushedWhenItGoesAway()

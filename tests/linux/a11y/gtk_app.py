@@ -3,10 +3,13 @@
 separator), a one-line entry, a text area, a list and a button. What is invoked, typed and
 pressed goes to the log file, one line each.
 
+With --many N the menu bar holds N entries in all instead: twelve menus that share the rest
+(for the menu benchmark).
+
 With --page URL it is a small "browser": it also shows a web document with that address, as
 browsers expose their pages; a line "url ADDRESS" on standard input loads another one.
 
-usage: gtk_app.py LOG [--title TEXT] [--app-class NAME] [--page URL]
+usage: gtk_app.py LOG [--title TEXT] [--app-class NAME] [--page URL] [--many N]
 (GTK takes "--class" for itself.)
 """
 import sys
@@ -95,6 +98,15 @@ tools_model.append_submenu("Format", format_model)
 tools = Gtk.MenuItem.new_with_label("Tools")
 tools.set_submenu(Gtk.Menu.new_from_model(tools_model))
 bar.append(tools)
+
+many = int(option("--many", "0"))
+if many:
+    bar = Gtk.MenuBar()
+    tops = 12
+    for index in range(tops):
+        count = (many - tops) // tops + (1 if index < (many - tops) % tops else 0)
+        bar.append(menu("Menu %d" % (index + 1),
+                        [item("Entry %d.%d" % (index + 1, n + 1)) for n in range(count)]))
 
 # The caret waits after the third character, also when the entry takes the focus.
 Gtk.Settings.get_default().set_property("gtk-entry-select-on-focus", False)
