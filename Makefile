@@ -107,11 +107,13 @@ screenshots: build
 
 bench: deps $(RELEASE)/build.ninja
 	cmake -S . -B $(RELEASE) -DVELM_BUILD_BENCH=ON >/dev/null
-	cmake --build $(RELEASE) -j $(JOBS) --target bench_roundtrip bench_listing bench_icons bench_idle
+	cmake --build $(RELEASE) -j $(JOBS) --target bench_roundtrip bench_listing bench_icons \
+		bench_idle bench_apps
 	$(RELEASE)/bench/bench_roundtrip
 	$(RELEASE)/bench/bench_listing
 	$(RELEASE)/bench/bench_icons
 	$(RELEASE)/bench/bench_idle
+	scripts/bench-apps $(RELEASE)
 
 fuzz:
 	@scripts/deps --fuzz

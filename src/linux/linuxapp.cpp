@@ -591,14 +591,19 @@ void LinuxApp::performFocusedElement()
     performKeySequence(QStringLiteral("Return"));
 }
 
+void LinuxApp::forgetMenu()
+{
+    m_menu.clear();
+    m_menuElements.clear();
+    m_menuPaths.clear();
+}
+
 void LinuxApp::setCurrent(bool current)
 {
     App::setCurrent(current);
     if (!current) {
         // Menu identifiers are only good while the application stays in front.
-        m_menu.clear();
-        m_menuElements.clear();
-        m_menuPaths.clear();
+        forgetMenu();
         stopPollingBrowser();
         return;
     }

@@ -54,6 +54,9 @@ public:
     // The highest window that is not minimised; 0 when all are.
     WId frontWindow() const;
     void performShortcut(const QString &shortcut);
+    // The menu tree read while in front belongs to the windows the application had then: a
+    // window that comes or goes (the program started again, say) makes it be read anew.
+    void forgetMenu();
 
 public slots:
     void setBrowser(bool browser) override;

@@ -413,6 +413,7 @@ void LinuxPlatform::addWindows(const QList<WId> &windows)
             continue;
         m_windowApps.insert(id, app);
         app->windows.append(id);
+        app->forgetMenu();
         // Activation may have been announced while the window was not listed yet.
         if (id == m_session->activeWindow() && currentApp != app)
             setCurrentApp(app);
@@ -436,6 +437,7 @@ void LinuxPlatform::removeWindows(const QList<WId> &windows)
         if (!app)
             continue;
         app->windows.removeAll(id);
+        app->forgetMenu();
         if (app->windows.isEmpty()) {
             app->setRunning(false);
             runningApps.removeOne(app);

@@ -113,6 +113,7 @@ private slots:
     void cleanup();
     void menus_data();
     void menus();
+    void restartedApplicationsMenuIsReadAnew();
     void focusedElement_data();
     void focusedElement();
     void focusMovedQuickly_data();
@@ -344,6 +345,36 @@ void TestAccessibility::menus()
     send(QJsonObject { { L::method, L::performMenu }, { L::id, app->id },
         { QStringLiteral("m"), findId(menuOf(app), QStringLiteral("Copy")) } });
     QTRY_VERIFY(testApp->lines().contains(QStringLiteral("menu Copy")));
+}
+
+// The program ends and starts again with other menus, and nothing else took the front in
+// between: the tree read from the first one must not be answered for the second.
+void TestAccessibility::restartedApplicationsMenuIsReadAnew()
+{
+    TestApp *first = start(gtkApp, {});
+    LinuxApp *app = current(first);
+    QVERIFY(app);
+    QJsonArray menu;
+    QVERIFY(QTest::qWaitFor(
+        [&] {
+            menu = menuOf(app);
+            return !menu.isEmpty();
+        },
+        10000));
+    QVERIFY(shape(menu).startsWith(QStringLiteral("File(")));
+    first->process.terminate();
+    QTRY_COMPARE(first->process.state(), QProcess::NotRunning);
+
+    TestApp *second = start(gtkApp, { QStringLiteral("--many"), QStringLiteral("24") });
+    QCOMPARE(current(second), app);
+    QVERIFY2(QTest::qWaitFor(
+                 [&] {
+                     menu = menuOf(app);
+                     return shape(menu).startsWith(QStringLiteral("Menu 1(Entry 1.1)"));
+                 },
+                 10000),
+        qPrintable(shape(menu)));
+    QCOMPARE(menu.size(), 12);
 }
 
 void TestAccessibility::focusedElement_data()
