@@ -104,6 +104,12 @@ QByteArray App::iconPng(int size)
     return png;
 }
 
+void App::releaseIconPngs()
+{
+    iconPngs = QHash<int, QByteArray>();
+    iconPngKey = 0;
+}
+
 void App::setServer(Server *server) { broadcastServer = server; }
 
 Server *App::getServer() { return broadcastServer; }

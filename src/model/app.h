@@ -56,6 +56,9 @@ public:
     // The icon as a square PNG of `size` pixels; each size is encoded once and kept until the
     // icon changes (clients ask for the same sizes again and again).
     QByteArray iconPng(int size);
+    // Lets the encoded icons go (when no client is left to ask for them); how many are kept.
+    void releaseIconPngs();
+    int keptIconPngs() const { return iconPngs.size(); }
 
     // Records the focused element and broadcasts it ("fe") while anyone is connected.
     void setFocusRole(

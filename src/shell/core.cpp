@@ -21,9 +21,14 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QLoggingCategory>
+#include <QPixmapCache>
 #include <QSettings>
 
 #include <algorithm>
+
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
 
 Q_LOGGING_CATEGORY(lcCore, "velm.core")
 
@@ -45,6 +50,10 @@ Core::Core(Platform *platform, QObject *parent)
     App::setWebsites(&websites);
     platform->setParent(this);
     connect(platform, &Platform::ready, this, &Core::onPlatformReady);
+    releaseTimer.setSingleShot(true);
+    releaseTimer.setInterval(releaseDelay);
+    releaseTimer.setTimerType(Qt::VeryCoarseTimer);
+    connect(&releaseTimer, &QTimer::timeout, this, &Core::releaseClientMemory);
 }
 
 Core::~Core()
@@ -240,6 +249,25 @@ void Core::onClientTotalChanged(int count)
         }
     }
     platform->setActive(count != 0);
+    if (count == 0)
+        releaseTimer.start();
+    else
+        releaseTimer.stop();
+}
+
+void Core::releaseClientMemory()
+{
+    for (const QVector<App *> *apps :
+        { &platform->getInstalledApps(), &platform->getRunningApps() })
+        for (App *app : *apps)
+            app->releaseIconPngs();
+    // The icons drawn for clients at their sizes.
+    QPixmapCache::clear();
+#ifdef __GLIBC__
+    // Freed blocks amid the heap stay the program's until the allocator is asked to give them
+    // back.
+    malloc_trim(0);
+#endif
 }
 
 void Core::onUnhandledMessage(const QString &method)

@@ -4,6 +4,7 @@
 #include <QMap>
 #include <QObject>
 #include <QString>
+#include <QTimer>
 #include <QVector>
 
 #include <functional>
@@ -51,6 +52,10 @@ public:
     QMap<QString, Website *> websites;
     Platform *platform = nullptr;
     Server *server = nullptr;
+    // What only clients use (the applications' encoded icons, Qt's pixmap cache) is let go a
+    // while after the last client leaves; a client that comes back earlier finds it kept.
+    QTimer releaseTimer;
+    static constexpr int releaseDelay = 60000;
 
 signals:
     void ready();
@@ -62,6 +67,7 @@ public slots:
     void setAutostart(bool on);
     bool getPreventSleep() const;
     void setPreventSleep(bool on);
+    void releaseClientMemory();
 
 private slots:
     void onPlatformReady();

@@ -70,6 +70,7 @@ private slots:
     void laterRunKeepsChoice();
     void preventSleepOffStillActivates();
     void clientCountsDriveSleepAndActivity();
+    void clientMemoryReleasedAfterTheLastLeaves();
     void switchingPreventSleepOffReleasesAtOnce();
     void sleepRequestReachesPlatformSilently();
     void applicationOrderOnlyWhileConnected();
@@ -116,6 +117,51 @@ void TestCore::preventSleepOffStillActivates()
     f.clients.first()->close();
     QTRY_VERIFY(f.platform->calls.contains(QStringLiteral("setActive(false)")));
     QVERIFY(screenSaverCalls().isEmpty());
+}
+
+// The encoded icons stay while clients come and go, and are let go a while after the last one
+// left; a client returning within that while finds them kept.
+void TestCore::clientMemoryReleasedAfterTheLastLeaves()
+{
+    CoreFixture f;
+    QCOMPARE(f.core->releaseTimer.interval(), Core::releaseDelay);
+    QVERIFY(Core::releaseDelay >= 10000);
+    // Without a GUI application the icon draws nothing, which is kept all the same.
+    FakeApp *app = f.platform->addApp(QStringLiteral("a"), QStringLiteral("A"));
+    QVERIFY(f.start());
+    ProtocolClient *one = f.connectClient(QStringLiteral("one"));
+    QVERIFY(one);
+    auto askIcon = [&](ProtocolClient *client, int size) {
+        return f.request(client,
+            QJsonObject {
+                { L::method, L::appIcon }, { L::id, QStringLiteral("a") }, { L::size, size } },
+            L::appIcon);
+    };
+    QVERIFY(askIcon(one, 32));
+    QVERIFY(askIcon(one, 48));
+    QCOMPARE(app->keptIconPngs(), 2);
+    QVERIFY(!f.core->releaseTimer.isActive());
+
+    // The last client leaves and another comes before the while is over: all is kept.
+    one->close();
+    QTRY_VERIFY(f.core->releaseTimer.isActive());
+    ProtocolClient *two = f.connectClient(QStringLiteral("two"));
+    QVERIFY(two);
+    // Stopped, it cannot fire any more.
+    QTRY_VERIFY(!f.core->releaseTimer.isActive());
+    QCOMPARE(app->keptIconPngs(), 2);
+
+    // It leaves too, and the while (shortened here) passes.
+    f.core->releaseTimer.setInterval(100);
+    two->close();
+    QTRY_COMPARE(app->keptIconPngs(), 0);
+    // Asked again, the icon is made anew.
+    ProtocolClient *three = f.connectClient(QStringLiteral("three"));
+    QVERIFY(three);
+    const auto again = askIcon(three, 32);
+    QVERIFY(again);
+    QCOMPARE(again->object.value(L::size).toInt(), 32);
+    QCOMPARE(app->keptIconPngs(), 1);
 }
 
 void TestCore::clientCountsDriveSleepAndActivity()
