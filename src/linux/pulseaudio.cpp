@@ -6,13 +6,22 @@
 #include <pulse/glib-mainloop.h>
 #include <pulse/pulseaudio.h>
 
-#include <QTimer>
+#include <QFileInfo>
 
 #include <cmath>
 
 namespace {
 constexpr int reconnectDelay = 1000;
-constexpr int serverPollInterval = 3000;
+
+// The folder the server makes its socket in, as the library looks for it.
+QString runtimeFolder()
+{
+    const QString path = qEnvironmentVariable("PULSE_RUNTIME_PATH");
+    if (!path.isEmpty())
+        return path;
+    const QString runtime = qEnvironmentVariable("XDG_RUNTIME_DIR");
+    return runtime.isEmpty() ? QString() : runtime + QStringLiteral("/pulse");
+}
 } // namespace
 
 // Percentages are rounded to the nearest whole one both ways, as pactl and the desktops' sound
@@ -34,6 +43,15 @@ PulseAudio::PulseAudio(QObject *parent)
     // Qt's event loop on Linux is GLib's default context, so the sound server's callbacks
     // arrive on this thread.
     mainloop = pa_glib_mainloop_new(nullptr);
+    retry.setSingleShot(true);
+    retry.setTimerType(Qt::VeryCoarseTimer);
+    connect(&retry, &QTimer::timeout, this, &PulseAudio::connectToServer);
+    // A socket made or removed in the watched folder: look again at once.
+    connect(&watcher, &QFileSystemWatcher::directoryChanged, this, [this] {
+        // Only while waiting: an attempt under way would only be delayed by starting over.
+        if (waiting)
+            retry.start(0);
+    });
     connectToServer();
 }
 
@@ -50,6 +68,7 @@ PulseAudio::~PulseAudio()
 
 void PulseAudio::connectToServer()
 {
+    waiting = false;
     if (context) {
         pa_context_set_state_callback(context, nullptr, nullptr);
         pa_context_set_subscribe_callback(context, nullptr, nullptr);
@@ -86,7 +105,35 @@ void PulseAudio::connectToServer()
     if (!failureReported)
         qCWarning(lcLinux) << "No sound server is running: volume and mute wait for one to start";
     failureReported = true;
-    QTimer::singleShot(serverPollInterval, this, &PulseAudio::connectToServer);
+    waitForServer();
+}
+
+// Without a session bus, the library cannot wait for a server itself. Its socket appearing is
+// what matters, so the folder it is made in is watched (which costs no wakeups); a slow poll
+// stays for servers named elsewhere (PULSE_SERVER, the X11 root window, client.conf).
+void PulseAudio::waitForServer()
+{
+    const QString folder = runtimeFolder();
+    if (!folder.isEmpty()) {
+        QStringList wanted;
+        if (QFileInfo(folder).isDir())
+            wanted << folder;
+        // Until the runtime folder exists, the one it will be made in.
+        const QString parent = QFileInfo(folder).absolutePath();
+        if (wanted.isEmpty() && QFileInfo(parent).isDir())
+            wanted << parent;
+        const QStringList stale = watcher.directories();
+        for (const QString &path : stale) {
+            if (!wanted.contains(path))
+                watcher.removePath(path);
+        }
+        for (const QString &path : qAsConst(wanted)) {
+            if (!watcher.directories().contains(path))
+                watcher.addPath(path);
+        }
+    }
+    waiting = true;
+    retry.start(serverPollInterval);
 }
 
 void PulseAudio::onStateChanged()
@@ -94,6 +141,9 @@ void PulseAudio::onStateChanged()
     switch (pa_context_get_state(context)) {
     case PA_CONTEXT_READY:
         failureReported = false;
+        retry.stop();
+        if (!watcher.directories().isEmpty())
+            watcher.removePaths(watcher.directories());
         pa_operation_unref(pa_context_subscribe(context,
             pa_subscription_mask_t(PA_SUBSCRIPTION_MASK_SINK | PA_SUBSCRIPTION_MASK_SERVER),
             nullptr, nullptr));
@@ -110,7 +160,7 @@ void PulseAudio::onStateChanged()
         setAvailable(false);
         // Not at once: without D-Bus to wait on, a missing server fails every attempt on the
         // spot, and retrying at once would spin.
-        QTimer::singleShot(reconnectDelay, this, &PulseAudio::connectToServer);
+        retry.start(reconnectDelay);
         break;
     default:
         break;

@@ -1,7 +1,10 @@
 #pragma once
 
 #include <QByteArray>
+#include <QFileSystemWatcher>
 #include <QObject>
+#include <QStringList>
+#include <QTimer>
 
 #include <cstdint>
 
@@ -32,6 +35,11 @@ public:
     static int percentFromVolume(uint32_t volume);
     static uint32_t volumeFromPercent(int percent);
 
+    // Where a server's socket is waited for while none runs and there is no D-Bus to wait on:
+    // the server's runtime folder, or the folder it would be made in while it is not there.
+    QStringList watchedFolders() const { return watcher.directories(); }
+    static constexpr int serverPollInterval = 30000;
+
 signals:
     // Both after every reading, also when the values did not change.
     void volumeChanged();
@@ -45,6 +53,7 @@ private:
     void onServerInfo(const pa_server_info *info);
     void onSinkInfo(const pa_sink_info *info);
     void setAvailable(bool value);
+    void waitForServer();
 
     pa_glib_mainloop *mainloop = nullptr;
     pa_context *context = nullptr;
@@ -54,4 +63,8 @@ private:
     bool currentMute = false;
     bool available = false;
     bool failureReported = false;
+    // No attempt is under way; the next one comes from the watcher or the poll.
+    bool waiting = false;
+    QFileSystemWatcher watcher;
+    QTimer retry;
 };

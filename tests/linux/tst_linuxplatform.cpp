@@ -82,6 +82,7 @@ private slots:
     void withoutXWindowOperationsDoNothing();
     void idleWithoutScreenSaverLogsOnce();
     void noSoundServerIsSaidInWords();
+    void soundServerStartingLaterIsFound();
     void sessionActionsWithoutServices();
     void installedAppsOverTheWire();
 
@@ -418,6 +419,51 @@ void TestLinuxPlatform::noSoundServerIsSaidInWords()
         1);
     QVERIFY(!audio.isAvailable());
     QCOMPARE(log.count(QStringLiteral("Cannot connect to the sound server")), 0);
+}
+
+void TestLinuxPlatform::soundServerStartingLaterIsFound()
+{
+    // As above, and then a server starts: its socket appearing is what is waited for (the poll
+    // for servers named elsewhere comes far later than this test waits).
+    QVERIFY(PulseAudio::serverPollInterval >= 30000);
+    QTemporaryDir root;
+    const QString runtime = root.filePath(QStringLiteral("pulse"));
+    const TestEnvironment::Variable server("PULSE_SERVER", QByteArray());
+    const TestEnvironment::Variable pulseRuntime("PULSE_RUNTIME_PATH", runtime.toUtf8());
+    const TestEnvironment::Variable xdgRuntime("XDG_RUNTIME_DIR", root.path().toUtf8());
+    const TestEnvironment::Variable display("DISPLAY", QByteArray());
+    LogCapture log;
+    PulseAudio audio;
+    QTRY_COMPARE(log.count(QStringLiteral(
+                     "No sound server is running: volume and mute wait for one to start")),
+        1);
+    // The server's folder (which the library makes when it looks), or while it is not there,
+    // the one it will be made in.
+    const QStringList watched = audio.watchedFolders();
+    QVERIFY2(watched == QStringList { runtime } || watched == QStringList { root.path() },
+        qPrintable(watched.join(QLatin1Char(' '))));
+
+    QFile config(root.filePath(QStringLiteral("default.pa")));
+    QVERIFY(config.open(QIODevice::WriteOnly));
+    config.write("load-module module-native-protocol-unix auth-anonymous=1 socket="
+        + QFile::encodeName(runtime) + "/native\n"
+        + "load-module module-null-sink sink_name=velm_later\nset-default-sink velm_later\n");
+    config.close();
+    QProcess daemon;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(QStringLiteral("HOME"), root.path());
+    daemon.setProcessEnvironment(environment);
+    daemon.setStandardOutputFile(QProcess::nullDevice());
+    daemon.setStandardErrorFile(QProcess::nullDevice());
+    daemon.start(QStringLiteral("pulseaudio"),
+        { QStringLiteral("-n"), QStringLiteral("-F"), config.fileName(),
+            QStringLiteral("--exit-idle-time=-1"), QStringLiteral("--disallow-exit"),
+            QStringLiteral("--daemonize=no"), QStringLiteral("--use-pid-file=no") });
+    QVERIFY(daemon.waitForStarted(5000));
+    QTRY_VERIFY_WITH_TIMEOUT(audio.isAvailable(), 10000);
+    QVERIFY(audio.watchedFolders().isEmpty());
+    daemon.kill();
+    QVERIFY(daemon.waitForFinished(5000));
 }
 
 void TestLinuxPlatform::installedAppsOverTheWire()
