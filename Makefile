@@ -113,7 +113,7 @@ bench: deps $(RELEASE)/build.ninja
 	$(RELEASE)/bench/bench_listing
 	$(RELEASE)/bench/bench_icons
 	$(RELEASE)/bench/bench_idle
-	scripts/bench-apps $(RELEASE)
+	scripts/bench-rig $(RELEASE)
 
 fuzz:
 	@scripts/deps --fuzz
