@@ -288,6 +288,17 @@ int main(int argc, char *argv[])
         std::printf("%.0f msg/s\n", measureThroughput(velm, 100, 5 * window));
         return 0;
     }
+    // "latecho" and "latvelm" alone print the p50 latency of (a) or (b), one client, in us.
+    if (argc > 1 && qstrcmp(argv[1], "latecho") == 0) {
+        EchoSetup echo;
+        std::printf("%.1f\n", measureLatency(echo, 3000).p50);
+        return 0;
+    }
+    if (argc > 1 && qstrcmp(argv[1], "latvelm") == 0) {
+        VelmSetup velm;
+        std::printf("%.1f\n", measureLatency(velm, 3000).p50);
+        return 0;
+    }
     if (argc > 1 && qstrcmp(argv[1], "raw") == 0) {
         RawClientSetup setup;
         std::printf("%.0f msg/s\n", measureThroughput(setup, 100, window));

@@ -72,7 +72,8 @@ QByteArray ClientSession::encryptBody(const QByteArray &plain, const QByteArray 
     quint32 words[4];
     QRandomGenerator::global()->fillRange(words);
     memcpy(body.data(), words, sizeof words);
-    cipher().encodeInto(body.data() + 16, plain.constData(), plain.size(), key.left(16),
+    // AES-128 takes the key's first 16 bytes.
+    cipher().encodeInto(body.data() + 16, plain.constData(), plain.size(), key,
         QByteArray::fromRawData(body.constData(), 16));
     return body;
 }
@@ -83,8 +84,8 @@ QByteArray ClientSession::decryptBody(const QByteArray &body, const QByteArray &
     if (body.size() < 32 || (body.size() - 16) % 16 != 0)
         return QByteArray();
     QByteArray padded
-        = cipher().decode(QByteArray::fromRawData(body.constData() + 16, body.size() - 16),
-            key.left(16), QByteArray::fromRawData(body.constData(), 16));
+        = cipher().decode(QByteArray::fromRawData(body.constData() + 16, body.size() - 16), key,
+            QByteArray::fromRawData(body.constData(), 16));
     if (padded.isEmpty())
         return QByteArray();
     const int pad = uchar(padded.back());

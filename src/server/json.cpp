@@ -113,15 +113,31 @@ void writeEscapedUnit(QByteArray &out, uint unit)
 // UTF-8, and a surrogate without its partner as an escape.
 void writeString(QByteArray &out, const QString &text)
 {
-    out += '"';
     const QChar *at = text.constData();
     const QChar *end = at + text.size();
-    // Most strings need no escape and hold no surrogate: Qt's own conversion writes them.
+    // Most strings need no escape and hold no surrogate: Qt's own conversion writes them, and
+    // those in ASCII (keys, identifiers, most names) go straight into the buffer.
     bool plain = true;
-    for (const QChar *c = at; c < end && plain; ++c) {
+    bool ascii = true;
+    for (const QChar *c = at; c < end; ++c) {
         const ushort unit = c->unicode();
-        plain = unit >= 0x20 && unit != '"' && unit != '\\' && !QChar::isSurrogate(unit);
+        if (unit < 0x20 || unit == '"' || unit == '\\' || QChar::isSurrogate(unit)) {
+            plain = false;
+            break;
+        }
+        ascii = ascii && unit < 0x80;
     }
+    if (plain && ascii) {
+        const int start = out.size();
+        out.resize(start + int(end - at) + 2);
+        char *to = out.data() + start;
+        *to++ = '"';
+        for (const QChar *c = at; c < end; ++c)
+            *to++ = char(c->unicode());
+        *to = '"';
+        return;
+    }
+    out += '"';
     if (plain) {
         out += text.toUtf8();
         out += '"';

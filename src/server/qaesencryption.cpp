@@ -74,23 +74,38 @@ bool ivAcceptable(QAESEncryption::Mode mode, const QByteArray &iv)
     return mode == QAESEncryption::ECB || iv.size() == QAESEncryption::blockLength;
 }
 
-QByteArray paddingFor(QAESEncryption::Padding padding, int currentSize)
+int paddingLength(QAESEncryption::Padding padding, int currentSize)
 {
     const int remainder = currentSize % QAESEncryption::blockLength;
+    if (padding == QAESEncryption::PKCS7)
+        return QAESEncryption::blockLength - remainder;
+    return remainder == 0 ? 0 : QAESEncryption::blockLength - remainder;
+}
+
+void writePadding(char *out, QAESEncryption::Padding padding, int length)
+{
+    if (length == 0)
+        return;
     switch (padding) {
-    case QAESEncryption::PKCS7: {
-        const int p = QAESEncryption::blockLength - remainder;
-        return QByteArray(p, char(p));
-    }
+    case QAESEncryption::PKCS7:
+        memset(out, length, size_t(length));
+        return;
     case QAESEncryption::ISO:
-        if (remainder == 0)
-            return QByteArray();
-        return char(0x80) + QByteArray(QAESEncryption::blockLength - remainder - 1, '\0');
+        out[0] = char(0x80);
+        memset(out + 1, 0, size_t(length - 1));
+        return;
     case QAESEncryption::ZERO:
         break;
     }
-    return remainder == 0 ? QByteArray()
-                          : QByteArray(QAESEncryption::blockLength - remainder, '\0');
+    memset(out, 0, size_t(length));
+}
+
+QByteArray paddingFor(QAESEncryption::Padding padding, int currentSize)
+{
+    const int length = paddingLength(padding, currentSize);
+    QByteArray pad(length, Qt::Uninitialized);
+    writePadding(pad.data(), padding, length);
+    return pad;
 }
 
 const uint8_t *ivBytes(const QByteArray &iv)
@@ -239,7 +254,7 @@ QByteArray QAESEncryption::removePadding(const QByteArray &rawText) const
 
 int QAESEncryption::encodedSize(int size) const
 {
-    return encryptedLength(m_mode, size + paddingFor(m_padding, size).size());
+    return encryptedLength(m_mode, size + paddingLength(m_padding, size));
 }
 
 bool QAESEncryption::encodeInto(
@@ -247,12 +262,16 @@ bool QAESEncryption::encodeInto(
 {
     if (!ivAcceptable(m_mode, iv))
         return false;
-    const QByteArray pad = paddingFor(m_padding, size);
-    const int length = encryptedLength(m_mode, size + pad.size());
+    const int padLength = paddingLength(m_padding, size);
+    const int length = encryptedLength(m_mode, size + padLength);
     // What a partial last block leaves out of the text is left out here too.
     const int fromText = qMin(size, length);
     memcpy(out, text, size_t(fromText));
-    memcpy(out + fromText, pad.constData(), size_t(length - fromText));
+    if (length > fromText) {
+        char pad[blockLength];
+        writePadding(pad, m_padding, padLength);
+        memcpy(out + fromText, pad, size_t(length - fromText));
+    }
     encryptBytes(m_level, m_mode, reinterpret_cast<uint8_t *>(out), length, key, iv);
     return true;
 }

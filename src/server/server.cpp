@@ -38,8 +38,6 @@ namespace {
 
 constexpr int networkWatchInterval = 5000;
 constexpr int listenRetryDelay = 100;
-// Set on a connection's TCP socket once it has authenticated.
-constexpr const char *authenticatedProperty = "authenticated";
 // Set on a TCP connection once its request head has come whole, and once it has been handed
 // to the WebSocket layer.
 constexpr const char *headProperty = "head";
@@ -248,8 +246,10 @@ void Server::onTcpConnection()
         // Connected before the WebSocket layer connects its own: each time the peer sends
         // something, first see whether it reads what it is sent.
         connect(transport, &QTcpSocket::readyRead, this, [this, transport] {
-            checkBacklog(transport, transport->property(authenticatedProperty).toBool());
+            checkBacklog(transport, authenticatedTransports.contains(transport));
         });
+        connect(transport, &QObject::destroyed, this,
+            [this](QObject *gone) { authenticatedTransports.remove(gone); });
         // The same port serves the web remote's files: only an upgrade goes to the WebSocket
         // layer, any other request is answered here and the connection closes.
         connect(
@@ -495,7 +495,7 @@ void Server::sendFramed(
     }
     socket->sendBinaryMessage(buffer);
     if (QTcpSocket *transport = transports.value(socket))
-        checkBacklog(transport, transport->property(authenticatedProperty).toBool());
+        checkBacklog(transport, authenticatedTransports.contains(transport));
 }
 
 void Server::addHandler(MessageHandler *handler) { handlers.insert(handler->getName(), handler); }
@@ -647,7 +647,7 @@ void Server::setAuthentication(QWebSocket *socket, bool ok)
     socket->setMaxAllowedIncomingMessageSize(maxIncomingMessageSize);
     socket->setMaxAllowedIncomingFrameSize(maxIncomingMessageSize);
     if (QTcpSocket *transport = transports.value(socket)) {
-        transport->setProperty(authenticatedProperty, true);
+        authenticatedTransports.insert(transport);
         strangers.removeAll(transport);
         if (auto *gate = transport->findChild<FrameGate *>())
             gate->setFrameLimit(maxIncomingMessageSize);

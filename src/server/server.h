@@ -12,6 +12,7 @@
 #include <QMap>
 #include <QObject>
 #include <QPointer>
+#include <QSet>
 #include <QSslError>
 #include <QString>
 #include <QStringList>
@@ -185,6 +186,9 @@ private:
     // The TCP connections that have not authenticated, oldest first.
     QVector<QPointer<QTcpSocket>> strangers;
     QHash<QWebSocket *, QPointer<QTcpSocket>> transports;
+    // Those whose client proved its key; asked on every message, which a property is too slow
+    // for.
+    QSet<const QObject *> authenticatedTransports;
     // The session key of each connection that has one, as its property "k" holds it: looked up
     // for every message, where a property costs a walk through the socket's meta-object.
     QHash<const QWebSocket *, QByteArray> sessionKeys;

@@ -111,6 +111,15 @@ void TestJson::compactWritesAsQt_data()
         controls += QChar(c);
     QTest::newRow("every ASCII character")
         << QJsonObject { { controls, controls }, { QStringLiteral("x"), QStringLiteral("\"\\/") } };
+    // Strings with nothing to escape take a shorter way, which must write the same.
+    QString printable;
+    for (ushort c = 0x20; c < 0x80; ++c) {
+        if (c != '"' && c != '\\')
+            printable += QChar(c);
+    }
+    QTest::newRow("plain ASCII") << QJsonObject { { printable, printable },
+        { QString(), QString() }, { QStringLiteral("long"), QString(300, QLatin1Char('w')) },
+        { QStringLiteral("then beyond"), QString(printable + QStringLiteral("é")) } };
     QTest::newRow("text beyond ASCII") << QJsonObject { { QStringLiteral("é"),
                                                             QStringLiteral("Ünïcødé €") },
         { QStringLiteral("astral"), QString::fromUcs4(U"🎵 𝄞") },
