@@ -5,6 +5,7 @@
 #include "json.h"
 #include "l.h"
 #include "messagehandler.h"
+#include "networkchanges.h"
 #include "random.h"
 #include "serverlogging.h"
 #include "webremote.h"
@@ -133,6 +134,10 @@ void Server::raiseDescriptorLimit()
 
 void Server::startMonitoringConnection()
 {
+    if (!networkChanges)
+        networkChanges = new NetworkChanges(this);
+    // Taken before the check, so that a change while it looks is looked at again.
+    networkChanges->takeChanged();
     networkUp = networkCheck();
     auto *timer = new QTimer(this);
     timer->setInterval(networkWatchInterval);
@@ -159,6 +164,10 @@ bool Server::networkCheck()
 
 void Server::onNetworkWatch()
 {
+    // Looking at every interface costs a dump of them all from the kernel; while no link or
+    // address changed, the answer would be the one already held.
+    if (!networkChanges->takeChanged())
+        return;
     const bool up = networkCheck();
     if (up == networkUp)
         return;

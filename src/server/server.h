@@ -19,6 +19,7 @@
 #include <QVector>
 
 class MessageHandler;
+class NetworkChanges;
 class QTcpServer;
 class QTcpSocket;
 class QWebSocket;
@@ -179,6 +180,7 @@ private:
     int nameConflicts = 0;
     bool notAdvertisedReported = false;
     bool networkUp = false;
+    NetworkChanges *networkChanges = nullptr;
     QWebSocketServer *webSocketServer = nullptr;
     // Accepts the TCP connections and hands them to webSocketServer, so that the server sees
     // each connection's socket: what waits to be sent, and how many strangers there are.
