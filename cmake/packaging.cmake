@@ -33,8 +33,10 @@ set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_PACKAGE_HOMEPAGE https://velm.app)
-# Libraries from what the binaries link; the rest is what the program talks to at run time.
+# Libraries from what the binaries link, and the sound server's, which the program loads when
+# a sound server may be there; the rest is what the program talks to at run time.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_DEPENDS "libpulse0, libpulse-mainloop-glib0")
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "avahi-daemon, at-spi2-core, qt5-image-formats-plugins")
 set(CPACK_DEBIAN_PACKAGE_SUGGESTS "pulseaudio | pipewire-pulse")
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)

@@ -3,10 +3,12 @@
 #include "constants.h"
 #include "linuxlogging.h"
 
-#include <pulse/glib-mainloop.h>
-#include <pulse/pulseaudio.h>
+#include "pulselibrary.h"
 
+#include <QDir>
+#include <QFile>
 #include <QFileInfo>
+#include <QStandardPaths>
 
 #include <cmath>
 
@@ -22,7 +24,79 @@ QString runtimeFolder()
     const QString runtime = qEnvironmentVariable("XDG_RUNTIME_DIR");
     return runtime.isEmpty() ? QString() : runtime + QStringLiteral("/pulse");
 }
+
+// Whether a session bus may answer: one of its addresses is not a socket file that is missing.
+bool sessionBusMayBeThere()
+{
+    const QByteArray addresses = qgetenv("DBUS_SESSION_BUS_ADDRESS");
+    if (addresses.isEmpty()) {
+        const QString runtime = qEnvironmentVariable("XDG_RUNTIME_DIR");
+        return !runtime.isEmpty() && QFileInfo::exists(runtime + QStringLiteral("/bus"));
+    }
+    for (const QByteArray &address : addresses.split(';')) {
+        if (address.isEmpty())
+            continue;
+        QByteArray path;
+        const int colon = address.indexOf(':');
+        if (address.startsWith("unix:") && colon >= 0) {
+            for (const QByteArray &pair : address.mid(colon + 1).split(',')) {
+                if (pair.startsWith("path="))
+                    path = QByteArray::fromPercentEncoding(pair.mid(5));
+            }
+        }
+        // Abstract sockets, TCP and the rest cannot be told from here.
+        if (path.isEmpty() || QFileInfo::exists(QFile::decodeName(path)))
+            return true;
+    }
+    return false;
+}
+
+// Whether one of the client configuration files names a server.
+bool configurationNamesServer()
+{
+    QStringList files;
+    const QString chosen = qEnvironmentVariable("PULSE_CLIENTCONFIG");
+    if (!chosen.isEmpty()) {
+        files << chosen;
+    } else {
+        files << QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation)
+                + QStringLiteral("/pulse/client.conf")
+              << QDir::homePath() + QStringLiteral("/.pulse/client.conf")
+              << QStringLiteral("/etc/pulse/client.conf");
+        const QDir drop(QStringLiteral("/etc/pulse/client.conf.d"));
+        for (const QString &name : drop.entryList({ QStringLiteral("*.conf") }, QDir::Files))
+            files << drop.filePath(name);
+    }
+    for (const QString &name : qAsConst(files)) {
+        QFile file(name);
+        if (!file.open(QIODevice::ReadOnly))
+            continue;
+        while (!file.atEnd()) {
+            const QByteArray line = file.readLine(4096).trimmed();
+            if (line.startsWith("default-server") && line.contains('='))
+                return true;
+        }
+    }
+    return false;
+}
 } // namespace
+
+bool PulseAudio::serverMayBeThere()
+{
+    if (!qEnvironmentVariableIsEmpty("PULSE_SERVER"))
+        return true;
+    // The library finds a server named on the X display's root window, and with a session bus
+    // it waits for one to start.
+    if (!qEnvironmentVariableIsEmpty("DISPLAY") || sessionBusMayBeThere())
+        return true;
+    const QString folder = runtimeFolder();
+    if (!folder.isEmpty() && QFileInfo::exists(folder + QStringLiteral("/native")))
+        return true;
+    // A server for the whole system.
+    if (QFileInfo::exists(QStringLiteral("/run/pulse/native")))
+        return true;
+    return configurationNamesServer();
+}
 
 // Percentages are rounded to the nearest whole one both ways, as pactl and the desktops' sound
 // settings show them: a volume set to N reads back as N, and so does one set to "N%" elsewhere.
@@ -40,9 +114,6 @@ uint32_t PulseAudio::volumeFromPercent(int percent)
 PulseAudio::PulseAudio(QObject *parent)
     : QObject(parent)
 {
-    // Qt's event loop on Linux is GLib's default context, so the sound server's callbacks
-    // arrive on this thread.
-    mainloop = pa_glib_mainloop_new(nullptr);
     retry.setSingleShot(true);
     retry.setTimerType(Qt::VeryCoarseTimer);
     connect(&retry, &QTimer::timeout, this, &PulseAudio::connectToServer);
@@ -57,30 +128,46 @@ PulseAudio::PulseAudio(QObject *parent)
 
 PulseAudio::~PulseAudio()
 {
+    if (!m_pa)
+        return;
     if (context) {
-        pa_context_set_state_callback(context, nullptr, nullptr);
-        pa_context_set_subscribe_callback(context, nullptr, nullptr);
-        pa_context_disconnect(context);
-        pa_context_unref(context);
+        m_pa->pa_context_set_state_callback(context, nullptr, nullptr);
+        m_pa->pa_context_set_subscribe_callback(context, nullptr, nullptr);
+        m_pa->pa_context_disconnect(context);
+        m_pa->pa_context_unref(context);
     }
-    pa_glib_mainloop_free(mainloop);
+    m_pa->pa_glib_mainloop_free(mainloop);
 }
 
 void PulseAudio::connectToServer()
 {
     waiting = false;
-    if (context) {
-        pa_context_set_state_callback(context, nullptr, nullptr);
-        pa_context_set_subscribe_callback(context, nullptr, nullptr);
-        pa_context_disconnect(context);
-        pa_context_unref(context);
+    if (!m_pa) {
+        if (!serverMayBeThere()) {
+            reportNoServer();
+            waitForServer();
+            return;
+        }
+        m_pa = PulseLibrary::get();
+        // Not there: the volume and mute stay unsupported.
+        if (!m_pa)
+            return;
+        // Qt's event loop on Linux is GLib's default context, so the sound server's callbacks
+        // arrive on this thread.
+        mainloop = m_pa->pa_glib_mainloop_new(nullptr);
     }
-    context = pa_context_new(pa_glib_mainloop_get_api(mainloop),
+    if (context) {
+        m_pa->pa_context_set_state_callback(context, nullptr, nullptr);
+        m_pa->pa_context_set_subscribe_callback(context, nullptr, nullptr);
+        m_pa->pa_context_disconnect(context);
+        m_pa->pa_context_unref(context);
+    }
+    context = m_pa->pa_context_new(m_pa->pa_glib_mainloop_get_api(mainloop),
         QByteArray(QString(Constants::NAME).toUtf8()).constData());
-    pa_context_set_state_callback(
+    m_pa->pa_context_set_state_callback(
         context,
         [](pa_context *, void *self) { static_cast<PulseAudio *>(self)->onStateChanged(); }, this);
-    pa_context_set_subscribe_callback(
+    m_pa->pa_context_set_subscribe_callback(
         context,
         [](pa_context *, pa_subscription_event_type_t type, uint32_t, void *self) {
             const int facility = type & PA_SUBSCRIPTION_EVENT_FACILITY_MASK;
@@ -91,21 +178,26 @@ void PulseAudio::connectToServer()
         this);
     // NOFAIL: when no server is there yet, wait for one to appear instead of failing. A
     // desktop program does not start the sound server itself.
-    if (pa_context_connect(context, nullptr,
+    if (m_pa->pa_context_connect(context, nullptr,
             pa_context_flags_t(PA_CONTEXT_NOFAIL | PA_CONTEXT_NOAUTOSPAWN), nullptr)
         >= 0)
         return;
     // Failing without an error: no server was found and there is no D-Bus on which the library
     // could wait for one to appear, so nothing would ever call back. Look again from time to time.
-    const int error = pa_context_errno(context);
+    const int error = m_pa->pa_context_errno(context);
     if (error != PA_OK) {
-        qCWarning(lcLinux) << "Cannot connect to the sound server" << pa_strerror(error);
+        qCWarning(lcLinux) << "Cannot connect to the sound server" << m_pa->pa_strerror(error);
         return;
     }
+    reportNoServer();
+    waitForServer();
+}
+
+void PulseAudio::reportNoServer()
+{
     if (!failureReported)
         qCWarning(lcLinux) << "No sound server is running: volume and mute wait for one to start";
     failureReported = true;
-    waitForServer();
 }
 
 // Without a session bus, the library cannot wait for a server itself. Its socket appearing is
@@ -138,13 +230,13 @@ void PulseAudio::waitForServer()
 
 void PulseAudio::onStateChanged()
 {
-    switch (pa_context_get_state(context)) {
+    switch (m_pa->pa_context_get_state(context)) {
     case PA_CONTEXT_READY:
         failureReported = false;
         retry.stop();
         if (!watcher.directories().isEmpty())
             watcher.removePaths(watcher.directories());
-        pa_operation_unref(pa_context_subscribe(context,
+        m_pa->pa_operation_unref(m_pa->pa_context_subscribe(context,
             pa_subscription_mask_t(PA_SUBSCRIPTION_MASK_SINK | PA_SUBSCRIPTION_MASK_SERVER),
             nullptr, nullptr));
         readDefaultSink();
@@ -154,7 +246,7 @@ void PulseAudio::onStateChanged()
         // The server went away: say so once, and wait for the next one.
         if (!failureReported)
             qCWarning(lcLinux) << "Sound server connection lost"
-                               << pa_strerror(pa_context_errno(context));
+                               << m_pa->pa_strerror(m_pa->pa_context_errno(context));
         failureReported = true;
         sinkName.clear();
         setAvailable(false);
@@ -169,16 +261,16 @@ void PulseAudio::onStateChanged()
 
 void PulseAudio::readDefaultSink()
 {
-    if (pa_context_get_state(context) != PA_CONTEXT_READY)
+    if (m_pa->pa_context_get_state(context) != PA_CONTEXT_READY)
         return;
-    pa_operation *operation = pa_context_get_server_info(
+    pa_operation *operation = m_pa->pa_context_get_server_info(
         context,
         [](pa_context *, const pa_server_info *info, void *self) {
             static_cast<PulseAudio *>(self)->onServerInfo(info);
         },
         this);
     if (operation)
-        pa_operation_unref(operation);
+        m_pa->pa_operation_unref(operation);
 }
 
 void PulseAudio::onServerInfo(const pa_server_info *info)
@@ -188,7 +280,7 @@ void PulseAudio::onServerInfo(const pa_server_info *info)
         return;
     }
     sinkName = QByteArray(info->default_sink_name);
-    pa_operation *operation = pa_context_get_sink_info_by_name(
+    pa_operation *operation = m_pa->pa_context_get_sink_info_by_name(
         context, sinkName.constData(),
         [](pa_context *, const pa_sink_info *info, int eol, void *self) {
             if (eol == 0)
@@ -196,14 +288,14 @@ void PulseAudio::onServerInfo(const pa_server_info *info)
         },
         this);
     if (operation)
-        pa_operation_unref(operation);
+        m_pa->pa_operation_unref(operation);
 }
 
 void PulseAudio::onSinkInfo(const pa_sink_info *info)
 {
     if (!info)
         return;
-    currentVolume = percentFromVolume(pa_cvolume_avg(&info->volume));
+    currentVolume = percentFromVolume(m_pa->pa_cvolume_avg(&info->volume));
     currentMute = info->mute != 0;
     setAvailable(true);
     emit volumeChanged();
@@ -225,30 +317,31 @@ void PulseAudio::setVolume(int value)
     requestedVolume = volumeFromPercent(value);
     // Every channel of the sink to the same level, as a volume slider sets it: the channel
     // count comes from the sink.
-    pa_operation *operation = pa_context_get_sink_info_by_name(
+    pa_operation *operation = m_pa->pa_context_get_sink_info_by_name(
         context, sinkName.constData(),
         [](pa_context *context, const pa_sink_info *info, int eol, void *self) {
             if (eol != 0 || !info)
                 return;
+            const PulseLibrary *pa = static_cast<PulseAudio *>(self)->m_pa;
             pa_cvolume volume;
-            pa_cvolume_set(
+            pa->pa_cvolume_set(
                 &volume, info->volume.channels, static_cast<PulseAudio *>(self)->requestedVolume);
-            pa_operation *set = pa_context_set_sink_volume_by_index(
+            pa_operation *set = pa->pa_context_set_sink_volume_by_index(
                 context, info->index, &volume, nullptr, nullptr);
             if (set)
-                pa_operation_unref(set);
+                pa->pa_operation_unref(set);
         },
         this);
     if (operation)
-        pa_operation_unref(operation);
+        m_pa->pa_operation_unref(operation);
 }
 
 void PulseAudio::setMuted(bool muted)
 {
     if (!available || sinkName.isEmpty())
         return;
-    pa_operation *operation = pa_context_set_sink_mute_by_name(
+    pa_operation *operation = m_pa->pa_context_set_sink_mute_by_name(
         context, sinkName.constData(), muted ? 1 : 0, nullptr, nullptr);
     if (operation)
-        pa_operation_unref(operation);
+        m_pa->pa_operation_unref(operation);
 }

@@ -12,6 +12,7 @@ struct pa_context;
 struct pa_glib_mainloop;
 struct pa_server_info;
 struct pa_sink_info;
+struct PulseLibrary;
 
 // The default output of the sound server (PulseAudio, or PipeWire through pipewire-pulse):
 // its volume as a whole percentage of the normal volume and its mute switch, followed as they
@@ -39,6 +40,9 @@ public:
     // the server's runtime folder, or the folder it would be made in while it is not there.
     QStringList watchedFolders() const { return watcher.directories(); }
     static constexpr int serverPollInterval = 30000;
+    // Whether a sound server may be found now (named, waited for on D-Bus, or its socket is
+    // there); until one may, the client library is not loaded.
+    static bool serverMayBeThere();
 
 signals:
     // Both after every reading, also when the values did not change.
@@ -54,7 +58,9 @@ private:
     void onSinkInfo(const pa_sink_info *info);
     void setAvailable(bool value);
     void waitForServer();
+    void reportNoServer();
 
+    const PulseLibrary *m_pa = nullptr;
     pa_glib_mainloop *mainloop = nullptr;
     pa_context *context = nullptr;
     QByteArray sinkName;
