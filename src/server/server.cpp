@@ -139,11 +139,21 @@ void Server::startMonitoringConnection()
     // Taken before the check, so that a change while it looks is looked at again.
     networkChanges->takeChanged();
     networkUp = networkCheck();
-    auto *timer = new QTimer(this);
-    timer->setInterval(networkWatchInterval);
-    timer->setTimerType(Qt::VeryCoarseTimer);
-    connect(timer, &QTimer::timeout, this, &Server::onNetworkWatch);
-    timer->start();
+    networkWatchTimer = new QTimer(this);
+    networkWatchTimer->setInterval(networkWatchInterval);
+    networkWatchTimer->setTimerType(Qt::VeryCoarseTimer);
+    connect(networkWatchTimer, &QTimer::timeout, this, &Server::onNetworkWatch);
+    if (networkChanges->isWatching()) {
+        // The kernel says when something changes: the watch runs 5 s after a change, as it
+        // would on its own, and the program does not wake while the network is quiet.
+        networkWatchTimer->setSingleShot(true);
+        connect(networkChanges, &NetworkChanges::changed, networkWatchTimer, [this] {
+            if (!networkWatchTimer->isActive())
+                networkWatchTimer->start();
+        });
+    } else {
+        networkWatchTimer->start();
+    }
 }
 
 bool Server::networkCheck()
@@ -166,6 +176,11 @@ void Server::onNetworkWatch()
 {
     // Looking at every interface costs a dump of them all from the kernel; while no link or
     // address changed, the answer would be the one already held.
+    if (!networkChanges->isWatching() && networkWatchTimer->isSingleShot()) {
+        // The kernel stopped answering: back to looking every 5 s.
+        networkWatchTimer->setSingleShot(false);
+        networkWatchTimer->start();
+    }
     if (!networkChanges->takeChanged())
         return;
     const bool up = networkCheck();

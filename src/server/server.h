@@ -22,6 +22,7 @@ class MessageHandler;
 class NetworkChanges;
 class QTcpServer;
 class QTcpSocket;
+class QTimer;
 class QWebSocket;
 class QWebSocketCorsAuthenticator;
 class QWebSocketServer;
@@ -181,6 +182,7 @@ private:
     bool notAdvertisedReported = false;
     bool networkUp = false;
     NetworkChanges *networkChanges = nullptr;
+    QTimer *networkWatchTimer = nullptr;
     QWebSocketServer *webSocketServer = nullptr;
     // Accepts the TCP connections and hands them to webSocketServer, so that the server sees
     // each connection's socket: what waits to be sent, and how many strangers there are.
