@@ -10,6 +10,7 @@
 #include "pulseaudio.h"
 #include "server.h"
 #include "serverfixture.h"
+#include "soundserver.h"
 #include "testenvironment.h"
 #include "testfiles.h"
 
@@ -437,33 +438,16 @@ void TestLinuxPlatform::soundServerStartingLaterIsFound()
     QTRY_COMPARE(log.count(QStringLiteral(
                      "No sound server is running: volume and mute wait for one to start")),
         1);
-    // The server's folder (which the library makes when it looks), or while it is not there,
-    // the one it will be made in.
+    // The server's folder, or while it is not there, the one it will be made in.
     const QStringList watched = audio.watchedFolders();
     QVERIFY2(watched == QStringList { runtime } || watched == QStringList { root.path() },
         qPrintable(watched.join(QLatin1Char(' '))));
 
-    QFile config(root.filePath(QStringLiteral("default.pa")));
-    QVERIFY(config.open(QIODevice::WriteOnly));
-    config.write("load-module module-native-protocol-unix auth-anonymous=1 socket="
-        + QFile::encodeName(runtime) + "/native\n"
-        + "load-module module-null-sink sink_name=velm_later\nset-default-sink velm_later\n");
-    config.close();
-    QProcess daemon;
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert(QStringLiteral("HOME"), root.path());
-    daemon.setProcessEnvironment(environment);
-    daemon.setStandardOutputFile(QProcess::nullDevice());
-    daemon.setStandardErrorFile(QProcess::nullDevice());
-    daemon.start(QStringLiteral("pulseaudio"),
-        { QStringLiteral("-n"), QStringLiteral("-F"), config.fileName(),
-            QStringLiteral("--exit-idle-time=-1"), QStringLiteral("--disallow-exit"),
-            QStringLiteral("--daemonize=no"), QStringLiteral("--use-pid-file=no") });
-    QVERIFY(daemon.waitForStarted(5000));
+    SoundServer daemon;
+    QVERIFY(daemon.start(root.path(), runtime, QStringLiteral("velm_later")));
     QTRY_VERIFY_WITH_TIMEOUT(audio.isAvailable(), 10000);
     QVERIFY(audio.watchedFolders().isEmpty());
-    daemon.kill();
-    QVERIFY(daemon.waitForFinished(5000));
+    QVERIFY(daemon.stop());
 }
 
 void TestLinuxPlatform::installedAppsOverTheWire()

@@ -1,9 +1,9 @@
 #include "logcapture.h"
 #include "pulseaudio.h"
+#include "soundserver.h"
 #include "testenvironment.h"
 
 #include <QFile>
-#include <QProcess>
 #include <QTemporaryDir>
 #include <QtTest>
 
@@ -164,31 +164,14 @@ void TestPulseLibrary::loadedWhenAServerStarts()
     QCOMPARE(log.count(QString::fromLatin1(noServer)), 1);
     QVERIFY(!pulseMapped());
 
-    const QString runtime = path("pulse");
-    QFile config(path("default.pa"));
-    QVERIFY(config.open(QIODevice::WriteOnly));
-    config.write("load-module module-native-protocol-unix auth-anonymous=1 socket="
-        + QFile::encodeName(runtime) + "/native\n"
-        + "load-module module-null-sink sink_name=velm_loaded\nset-default-sink velm_loaded\n");
-    config.close();
-    QProcess daemon;
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert(QStringLiteral("HOME"), root->path());
-    daemon.setProcessEnvironment(environment);
-    daemon.setStandardOutputFile(QProcess::nullDevice());
-    daemon.setStandardErrorFile(QProcess::nullDevice());
-    daemon.start(QStringLiteral("pulseaudio"),
-        { QStringLiteral("-n"), QStringLiteral("-F"), config.fileName(),
-            QStringLiteral("--exit-idle-time=-1"), QStringLiteral("--disallow-exit"),
-            QStringLiteral("--daemonize=no"), QStringLiteral("--use-pid-file=no") });
-    QVERIFY(daemon.waitForStarted(5000));
+    SoundServer daemon;
+    QVERIFY(daemon.start(root->path(), path("pulse"), QStringLiteral("velm_loaded")));
     QTRY_VERIFY_WITH_TIMEOUT(audio.isAvailable(), 10000);
     QVERIFY(pulseMapped());
     // The null sink starts at the normal volume, unmuted.
     QCOMPARE(audio.volume(), 100);
     QVERIFY(!audio.muted());
-    daemon.kill();
-    QVERIFY(daemon.waitForFinished(5000));
+    QVERIFY(daemon.stop());
     QTRY_VERIFY_WITH_TIMEOUT(!audio.isAvailable(), 10000);
 }
 
