@@ -2,7 +2,8 @@
 // the time until it listens (the median of several everyday starts, and of first starts), and
 // over a quiet minute with no client its resident and private dirty memory, CPU time and
 // wakeups (context switches of all its threads). When the KDE Connect daemon is installed, the
-// same figures for it, started the same way, side by side. It measures; it never passes or
+// same figures for it, started the same way, side by side. On an X display (the rig), also the
+// memory of a first start there, with its welcome window shown. It measures; it never passes or
 // fails.
 //   usage: bench_idle [SECONDS]   (60 by default)
 
@@ -78,10 +79,13 @@ qint64 wakeups(qint64 pid)
 
 // A private home for one start. An everyday start is one after the first: the welcome window
 // has been seen, as it has on every start but the first.
-QProcessEnvironment privateHome(const QString &root, bool everyday)
+QProcessEnvironment privateHome(const QString &root, bool everyday, bool offscreen = true)
 {
     QProcessEnvironment environment = TestEnvironment::isolatedProgram(root);
-    environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
+    if (offscreen)
+        environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
+    else
+        environment.remove(QStringLiteral("QT_QPA_PLATFORM"));
     if (everyday) {
         const QString folder = QDir(root).filePath(QStringLiteral("config/Velm"));
         QDir().mkpath(folder);
@@ -178,6 +182,26 @@ Figures measure(const QString &program, const QByteArray &listening, int seconds
     return figures;
 }
 
+// A first start on the X display: the welcome window is shown, as a new user sees it.
+Figures measureWindowShown(const QString &program, const QByteArray &listening)
+{
+    Figures figures;
+    QTemporaryDir root;
+    QProcess process;
+    process.setProcessEnvironment(privateHome(root.path(), false, false));
+    process.setProcessChannelMode(QProcess::MergedChannels);
+    startUntil(process, program, listening);
+    if (process.state() != QProcess::Running)
+        return figures;
+    figures.ran = true;
+    QTest::qWait(3000);
+    const QString rollup = QStringLiteral("/proc/%1/smaps_rollup").arg(process.processId());
+    figures.rssMiB = double(field(rollup, "Rss")) / 1024.0;
+    figures.privateDirtyMiB = double(field(rollup, "Private_Dirty")) / 1024.0;
+    stop(process);
+    return figures;
+}
+
 QString kdeConnect()
 {
     for (const char *path : { "/usr/lib/x86_64-linux-gnu/libexec/kdeconnectd",
@@ -225,5 +249,13 @@ int main(int argc, char *argv[])
     row("wakeups (context switches)", double(ours.wakeups), double(theirs.wakeups), "%.0f");
     if (!theirs.ran)
         std::printf("\n(kdeconnectd is not installed: no comparison)\n");
+    if (!qEnvironmentVariableIsEmpty("DISPLAY")) {
+        const Figures shown = measureWindowShown(velm, "listens on port");
+        if (shown.ran) {
+            std::printf("\nA first start on the X display, its welcome window shown:\n");
+            std::printf("%-30s %14.1f\n", "resident memory (MiB)", shown.rssMiB);
+            std::printf("%-30s %14.1f\n", "private dirty memory (MiB)", shown.privateDirtyMiB);
+        }
+    }
     return 0;
 }

@@ -2,6 +2,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QLabel>
 #include <QProcess>
 #include <QProcessEnvironment>
 #include <QSettings>
@@ -22,6 +23,16 @@ QStringList windowsNamed(const QString &title)
     return QString::fromLatin1(search.readAllStandardOutput())
         .split(QLatin1Char('\n'), Qt::SkipEmptyParts);
 }
+
+// Whether a vendor's OpenGL library (Mesa's or another driver's) is mapped into a process.
+bool openGlDriverLoaded(const QString &pid)
+{
+    QFile maps(QStringLiteral("/proc/%1/maps").arg(pid));
+    if (!maps.open(QIODevice::ReadOnly))
+        return false;
+    const QByteArray text = maps.readAll();
+    return text.contains("/libGLX_") || text.contains("_dri.so");
+}
 } // namespace
 
 // The program as a user meets it on a desktop: started from the launcher, started again, its
@@ -34,6 +45,7 @@ private slots:
     void cleanup();
     void startingAgainOpensPreferences();
     void closingTheLastWindowDoesNotQuit();
+    void windowsLoadNoOpenGlDriver();
 
 private:
     bool startPrimary();
@@ -131,5 +143,22 @@ void TestDesktop::closingTheLastWindowDoesNotQuit()
     QCOMPARE(primary->state(), QProcess::Running);
 }
 
-QTEST_GUILESS_MAIN(TestDesktop)
+void TestDesktop::windowsLoadNoOpenGlDriver()
+{
+    QVERIFY(startPrimary());
+    const QString title = QStringLiteral("Velm Server Preferences");
+    QCOMPARE(startSecond(), 0);
+    QTRY_COMPARE_WITH_TIMEOUT(windowsNamed(title).size(), 1, 10000);
+    QVERIFY(!openGlDriverLoaded(QString::number(primary->processId())));
+
+    // What the check above would see otherwise: a window of this test's own, on the same
+    // display, with Qt's defaults.
+    QVERIFY(!openGlDriverLoaded(QStringLiteral("self")));
+    QLabel window(QStringLiteral("Control"));
+    window.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&window));
+    QVERIFY(openGlDriverLoaded(QStringLiteral("self")));
+}
+
+QTEST_MAIN(TestDesktop)
 #include "tst_desktop.moc"
