@@ -37,9 +37,8 @@ bool sessionBusMayBeThere()
         if (address.isEmpty())
             continue;
         QByteArray path;
-        const int colon = address.indexOf(':');
-        if (address.startsWith("unix:") && colon >= 0) {
-            for (const QByteArray &pair : address.mid(colon + 1).split(',')) {
+        if (address.startsWith("unix:")) {
+            for (const QByteArray &pair : address.mid(5).split(',')) {
                 if (pair.startsWith("path="))
                     path = QByteArray::fromPercentEncoding(pair.mid(5));
             }

@@ -174,13 +174,13 @@ bool Server::networkCheck()
 
 void Server::onNetworkWatch()
 {
-    // Looking at every interface costs a dump of them all from the kernel; while no link or
-    // address changed, the answer would be the one already held.
     if (!networkChanges->isWatching() && networkWatchTimer->isSingleShot()) {
         // The kernel stopped answering: back to looking every 5 s.
         networkWatchTimer->setSingleShot(false);
         networkWatchTimer->start();
     }
+    // Looking at every interface costs a dump of them all from the kernel; while no link or
+    // address changed, the answer would be the one already held.
     if (!networkChanges->takeChanged())
         return;
     const bool up = networkCheck();
