@@ -206,7 +206,7 @@ int main(int argc, char *argv[])
     const double again = repeated(client, installed, 50);
     const double baseline = repeated(client, current, 50);
     std::printf("Installed applications (\"ia\"), %d in the list, %d bytes of JSON\n",
-        int(list.object.value(L::apps).toArray().size()), int(list.json.size()));
+        int(list.object().value(L::apps).toArray().size()), int(list.json.size()));
     std::printf("  back-end start with them          %8.2f ms\n", start);
     std::printf("  first request                     %8.2f ms\n", first);
     std::printf("  repeated (median of 50)           %8.2f ms\n", again);

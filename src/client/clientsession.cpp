@@ -120,11 +120,13 @@ bool ClientSession::parseFrame(const QByteArray &raw, const QByteArray &key, Fra
         if (!ok)
             return false;
     }
-    QJsonParseError error;
-    const QJsonDocument document = QJsonDocument::fromJson(frame->json, &error);
-    if (!document.isObject())
+    // Only an object is a message.
+    const char *text = frame->json.constData();
+    const char *end = text + frame->json.size();
+    while (text < end && (*text == ' ' || *text == '\t' || *text == '\n' || *text == '\r'))
+        ++text;
+    if (text == end || *text != '{' || !frame->request.read(frame->json))
         return false;
-    frame->object = document.object();
     qint64 at = 4 + qint64(length);
     while (at < size) {
         if (size - at < 5)
@@ -142,14 +144,17 @@ bool ClientSession::parseFrame(const QByteArray &raw, const QByteArray &key, Fra
 
 QByteArray ClientSession::proof() const { return deriveKey(m_id, m_token, m_sessionToken).toHex(); }
 
-void ClientSession::prove()
-{
-    send(QJsonObject { { L::method, L::auth }, { L::hash, QString::fromLatin1(proof()) } });
-}
+void ClientSession::prove() { send(L::auth, { { L::hash, QString::fromLatin1(proof()) } }); }
 
 void ClientSession::send(const QJsonObject &object)
 {
     const QByteArray json = Json::compact(object);
+    sendRaw(m_key.isEmpty() ? json : encryptBody(json, m_key));
+}
+
+void ClientSession::send(const QString &method, std::initializer_list<Json::Field> fields)
+{
+    const QByteArray json = Json::compact(method, fields);
     sendRaw(m_key.isEmpty() ? json : encryptBody(json, m_key));
 }
 
@@ -167,7 +172,7 @@ void ClientSession::onBinaryMessage(const QByteArray &message)
     if (method == L::waitingForAuth) {
         emit waitingForUser();
     } else if (method == L::auth) {
-        const QJsonObject &o = frame.object;
+        const Request &o = frame.request;
         if (o.contains(L::token)) {
             m_token = o.value(L::token).toString();
             emit tokenReceived(m_token);

@@ -1,5 +1,8 @@
 #pragma once
 
+#include "json.h"
+#include "request.h"
+
 #include <QByteArray>
 #include <QJsonObject>
 #include <QObject>
@@ -15,10 +18,12 @@ struct Frame
     QByteArray raw;
     QByteArray body; // as sent: encrypted when the connection had a key
     QByteArray json; // the JSON text
-    QJsonObject object;
+    // Read as the server reads requests: most replies are flat and need no QJsonObject.
+    Request request;
     bool encrypted = false;
     QVector<QPair<qint8, QByteArray>> parts;
-    QString method() const { return object.value(QStringLiteral("_")).toString(); }
+    QString method() const { return request.method(); }
+    QJsonObject object() const { return request.toObject(); }
 };
 Q_DECLARE_METATYPE(Frame)
 
@@ -50,6 +55,8 @@ public:
     void prove();
     // Encrypted with the session key when there is one.
     void send(const QJsonObject &object);
+    // The object of those fields with "_" = method, written without making it.
+    void send(const QString &method, std::initializer_list<Json::Field> fields);
     void sendRaw(const QByteArray &bytes);
 
     // The derivation as a client computes it.

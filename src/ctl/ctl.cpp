@@ -211,7 +211,7 @@ void Ctl::requireSupported(const QString &code, std::function<void()> then)
     request(QJsonObject { { L::method, L::unsupported } }, [this, code, then](const Frame &frame) {
         if (frame.method() != L::unsupported)
             return false;
-        const QJsonArray unsupported = frame.object.value(L::value).toArray();
+        const QJsonArray unsupported = frame.object().value(L::value).toArray();
         if (unsupported.contains(code)) {
             finish(Exit::Unsupported,
                 QStringLiteral("that computer cannot do this (\"%1\" is in its unsupported list)")
@@ -229,7 +229,7 @@ void Ctl::resolveApp(const QString &name, std::function<void(const QString &)> t
         request(QJsonObject { { L::method, L::currentApp } }, [this, then](const Frame &frame) {
             if (frame.method() != L::currentApp)
                 return false;
-            const QString id = frame.object.value(L::id).toString();
+            const QString id = frame.object().value(L::id).toString();
             if (id.isEmpty())
                 finish(Exit::Failed, QStringLiteral("no application is in front; name one"));
             else
@@ -242,7 +242,7 @@ void Ctl::resolveApp(const QString &name, std::function<void(const QString &)> t
         QJsonObject { { L::method, L::installedApps } }, [this, name, then](const Frame &frame) {
             if (frame.method() != L::installedApps)
                 return false;
-            const QJsonArray apps = frame.object.value(L::apps).toArray();
+            const QJsonArray apps = frame.object().value(L::apps).toArray();
             QString byName;
             for (const QJsonValue &value : apps) {
                 const QJsonObject app = value.toObject();

@@ -168,9 +168,9 @@ void focus(Ctl &ctl)
         ctl.requireSupported(L::focusValue, [&ctl, id] {
             ctl.request(QJsonObject { { L::method, L::focusValue }, { L::id, id } },
                 [&ctl](const Frame &frame) {
-                    if (frame.method() != L::focusedElement || !frame.object.contains(L::value))
+                    if (frame.method() != L::focusedElement || !frame.object().contains(L::value))
                         return false;
-                    ctl.print(frame.object, frame.object.value(L::value).toString());
+                    ctl.print(frame.object(), frame.object().value(L::value).toString());
                     ctl.finish(Exit::Done);
                     return true;
                 });
@@ -186,8 +186,8 @@ CtlCommand level(const QString &name, const QString &code, const QString &summar
             const QString given = arg(ctl, 0);
             if (given.isEmpty()) {
                 ask(ctl, QJsonObject { { L::method, code } }, [&ctl, toggle](const Frame &frame) {
-                    const QJsonValue current = frame.object.value(L::value);
-                    ctl.print(frame.object,
+                    const QJsonValue current = frame.object().value(L::value);
+                    ctl.print(frame.object(),
                         toggle ? (current.toBool() ? QStringLiteral("on") : QStringLiteral("off"))
                                : QString::number(current.toInt()));
                     ctl.finish(Exit::Done);
@@ -223,9 +223,9 @@ QVector<CtlCommand> makeCommands()
         QStringLiteral("the installed applications, most recently used first"), [](Ctl &ctl) {
             ask(ctl, QJsonObject { { L::method, L::installedApps } }, [&ctl](const Frame &frame) {
                 if (ctl.options().json) {
-                    ctl.print(frame.object, QString());
+                    ctl.print(frame.object(), QString());
                 } else {
-                    for (const QJsonValue &value : frame.object.value(L::apps).toArray()) {
+                    for (const QJsonValue &value : frame.object().value(L::apps).toArray()) {
                         const QJsonObject app = value.toObject();
                         ctl.out << app.value(L::name).toString() << " ("
                                 << app.value(L::id).toString() << ")"
@@ -239,8 +239,8 @@ QVector<CtlCommand> makeCommands()
     commands.append({ QStringLiteral("front"), QStringLiteral("front"),
         QStringLiteral("the application in front"), [](Ctl &ctl) {
             ask(ctl, QJsonObject { { L::method, L::currentApp } }, [&ctl](const Frame &frame) {
-                const QString id = frame.object.value(L::id).toString();
-                ctl.print(frame.object, id.isEmpty() ? QStringLiteral("(none)") : id);
+                const QString id = frame.object().value(L::id).toString();
+                ctl.print(frame.object(), id.isEmpty() ? QStringLiteral("(none)") : id);
                 ctl.finish(Exit::Done);
             });
         } });
@@ -256,7 +256,7 @@ QVector<CtlCommand> makeCommands()
                         const QByteArray png = firstPart(frame, 1);
                         if (!writeOutput(ctl, png))
                             return;
-                        ctl.print(frame.object,
+                        ctl.print(frame.object(),
                             QStringLiteral("Wrote %1 (%2 bytes)")
                                 .arg(value(ctl, QStringLiteral("o")))
                                 .arg(png.size()));
@@ -318,9 +318,9 @@ QVector<CtlCommand> makeCommands()
             ask(ctl, QJsonObject { { L::method, L::directoryListing }, { L::path, path } },
                 [&ctl](const Frame &frame) {
                     if (ctl.options().json) {
-                        ctl.print(frame.object, QString());
+                        ctl.print(frame.object(), QString());
                     } else {
-                        for (const QJsonValue &value : frame.object.value(L::files).toArray()) {
+                        for (const QJsonValue &value : frame.object().value(L::files).toArray()) {
                             const QJsonObject file = value.toObject();
                             ctl.out << file.value(L::name).toString()
                                     << (file.value(L::type) == QLatin1String("d") ? "/" : "")
@@ -343,7 +343,7 @@ QVector<CtlCommand> makeCommands()
                 [&ctl](const Frame &frame) {
                     if (!writeOutput(ctl, firstPart(frame, 1)))
                         return;
-                    ctl.print(frame.object,
+                    ctl.print(frame.object(),
                         QStringLiteral("Wrote %1").arg(value(ctl, QStringLiteral("o"))));
                     ctl.finish(Exit::Done);
                 });
@@ -369,7 +369,7 @@ QVector<CtlCommand> makeCommands()
                     }
                     if (!writeOutput(ctl, png))
                         return;
-                    ctl.print(frame.object,
+                    ctl.print(frame.object(),
                         QStringLiteral("Wrote %1").arg(value(ctl, QStringLiteral("o"))));
                     ctl.finish(Exit::Done);
                 });
@@ -379,9 +379,9 @@ QVector<CtlCommand> makeCommands()
             ask(ctl, QJsonObject { { L::method, L::fileApps }, { L::path, arg(ctl, 0) } },
                 [&ctl](const Frame &frame) {
                     if (ctl.options().json) {
-                        ctl.print(frame.object, QString());
+                        ctl.print(frame.object(), QString());
                     } else {
-                        for (const QJsonValue &value : frame.object.value(L::apps).toArray())
+                        for (const QJsonValue &value : frame.object().value(L::apps).toArray())
                             ctl.out << value.toObject().value(L::id).toString() << '\n';
                         ctl.out.flush();
                     }
@@ -441,7 +441,7 @@ QVector<CtlCommand> makeCommands()
                 ask(ctl, QJsonObject { { L::method, L::appCommands }, { L::id, id } },
                     [&ctl, id](const Frame &frame) {
                         const QJsonDocument set = QJsonDocument::fromJson(firstPart(frame, 0));
-                        QJsonObject json = frame.object;
+                        QJsonObject json = frame.object();
                         json.insert(QStringLiteral("commands"),
                             set.isArray() ? QJsonValue(set.array()) : QJsonValue(set.object()));
                         ctl.print(
@@ -456,9 +456,9 @@ QVector<CtlCommand> makeCommands()
                 if (frame.method() != L::unsupported)
                     return false;
                 QStringList codes;
-                for (const QJsonValue &code : frame.object.value(L::value).toArray())
+                for (const QJsonValue &code : frame.object().value(L::value).toArray())
                     codes.append(code.toString());
-                ctl.print(frame.object,
+                ctl.print(frame.object(),
                     codes.isEmpty() ? QStringLiteral("(none)") : codes.join(QLatin1Char(' ')));
                 ctl.finish(Exit::Done);
                 return true;
@@ -469,8 +469,9 @@ QVector<CtlCommand> makeCommands()
         [](Ctl &ctl) {
             // Everything that comes is shown; waiting is the point, so there is no time limit.
             ctl.request(QJsonObject(), [&ctl](const Frame &frame) {
-                ctl.print(frame.object,
-                    QString::fromUtf8(QJsonDocument(frame.object).toJson(QJsonDocument::Compact)));
+                ctl.print(frame.object(),
+                    QString::fromUtf8(
+                        QJsonDocument(frame.object()).toJson(QJsonDocument::Compact)));
                 return false;
             });
             ctl.keepWaiting();
@@ -501,9 +502,9 @@ QVector<CtlCommand> makeCommands()
                     } else {
                         if (frame.method() == *waitingFor)
                             waitingFor->clear();
-                        ctl.print(frame.object,
+                        ctl.print(frame.object(),
                             QString::fromUtf8(
-                                QJsonDocument(frame.object).toJson(QJsonDocument::Compact)));
+                                QJsonDocument(frame.object()).toJson(QJsonDocument::Compact)));
                     }
                     if (*settled && waitingFor->isEmpty()) {
                         ctl.finish(Exit::Done);

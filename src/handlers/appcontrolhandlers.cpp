@@ -9,30 +9,30 @@
 
 Q_LOGGING_CATEGORY(lcHandlers, "velm.handlers")
 
-void AppActionHandler::handle(const QJsonObject &message, QWebSocket *)
+void AppActionHandler::handle(const Request &message, QWebSocket *)
 {
     if (App *app = HandlerUtils::appOrCurrent(message))
         act(app, message);
 }
 
-void AppActivateHandler::act(App *app, const QJsonObject &) { app->activate(); }
+void AppActivateHandler::act(App *app, const Request &) { app->activate(); }
 
-void AppCloseHandler::act(App *app, const QJsonObject &) { app->close(); }
+void AppCloseHandler::act(App *app, const Request &) { app->close(); }
 
-void AppQuitHandler::act(App *app, const QJsonObject &) { app->quit(); }
+void AppQuitHandler::act(App *app, const Request &) { app->quit(); }
 
-void AppMinimizeHandler::act(App *app, const QJsonObject &) { app->toggleMiniminize(); }
+void AppMinimizeHandler::act(App *app, const Request &) { app->toggleMiniminize(); }
 
-void AppMaximizeHandler::act(App *app, const QJsonObject &) { app->toggleMaximize(); }
+void AppMaximizeHandler::act(App *app, const Request &) { app->toggleMaximize(); }
 
-void AppFullscreenHandler::act(App *app, const QJsonObject &) { app->toggleFullscreen(); }
+void AppFullscreenHandler::act(App *app, const Request &) { app->toggleFullscreen(); }
 
-void AppScrollHandler::act(App *app, const QJsonObject &message)
+void AppScrollHandler::act(App *app, const Request &message)
 {
     app->scroll(message.value(L::x).toInt(), message.value(L::y).toInt());
 }
 
-void KeySequenceHandler::handle(const QJsonObject &message, QWebSocket *)
+void KeySequenceHandler::handle(const Request &message, QWebSocket *)
 {
     App *app = HandlerUtils::appById(message);
     if (!app)

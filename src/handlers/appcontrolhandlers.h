@@ -11,10 +11,10 @@ class AppActionHandler : public MessageHandler
     Q_OBJECT
 public:
     using MessageHandler::MessageHandler;
-    void handle(const QJsonObject &message, QWebSocket *socket) override;
+    void handle(const Request &message, QWebSocket *socket) override;
 
 protected:
-    virtual void act(App *app, const QJsonObject &message) = 0;
+    virtual void act(App *app, const Request &message) = 0;
 };
 
 // "aa": brings the application to the front, launching it if needed.
@@ -25,7 +25,7 @@ public:
     using AppActionHandler::AppActionHandler;
 
 protected:
-    void act(App *app, const QJsonObject &message) override;
+    void act(App *app, const Request &message) override;
 };
 
 // "ha": closes the front window (not hide, despite the code).
@@ -36,7 +36,7 @@ public:
     using AppActionHandler::AppActionHandler;
 
 protected:
-    void act(App *app, const QJsonObject &message) override;
+    void act(App *app, const Request &message) override;
 };
 
 // "qa"
@@ -47,7 +47,7 @@ public:
     using AppActionHandler::AppActionHandler;
 
 protected:
-    void act(App *app, const QJsonObject &message) override;
+    void act(App *app, const Request &message) override;
 };
 
 // "ma"
@@ -58,7 +58,7 @@ public:
     using AppActionHandler::AppActionHandler;
 
 protected:
-    void act(App *app, const QJsonObject &message) override;
+    void act(App *app, const Request &message) override;
 };
 
 // "xa"
@@ -69,7 +69,7 @@ public:
     using AppActionHandler::AppActionHandler;
 
 protected:
-    void act(App *app, const QJsonObject &message) override;
+    void act(App *app, const Request &message) override;
 };
 
 // "fa"
@@ -80,7 +80,7 @@ public:
     using AppActionHandler::AppActionHandler;
 
 protected:
-    void act(App *app, const QJsonObject &message) override;
+    void act(App *app, const Request &message) override;
 };
 
 // "as": scrolls by "x" and "y".
@@ -91,7 +91,7 @@ public:
     using AppActionHandler::AppActionHandler;
 
 protected:
-    void act(App *app, const QJsonObject &message) override;
+    void act(App *app, const Request &message) override;
 };
 
 // "ks": one key sequence or several, typed into the application named by "i".
@@ -100,5 +100,5 @@ class KeySequenceHandler : public MessageHandler
     Q_OBJECT
 public:
     using MessageHandler::MessageHandler;
-    void handle(const QJsonObject &message, QWebSocket *socket) override;
+    void handle(const Request &message, QWebSocket *socket) override;
 };

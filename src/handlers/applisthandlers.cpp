@@ -18,7 +18,7 @@ constexpr int maxIconSize = 1024;
 // Written as text: with hundreds of applications, building the list as QJsonObjects and
 // writing them out cost most of the reply. The keys are in the order Qt keeps them in ("_",
 // then the rest by their code units), so the text is the one Qt would write.
-void InstalledAppsHandler::handle(const QJsonObject &, QWebSocket *socket)
+void InstalledAppsHandler::handle(const Request &, QWebSocket *socket)
 {
     const QVector<App *> apps = HandlerUtils::sortedApps();
     auto key = [](QByteArray &json, const QString &key) {
@@ -52,15 +52,15 @@ void InstalledAppsHandler::handle(const QJsonObject &, QWebSocket *socket)
     server->sendJson(socket, json);
 }
 
-void RunningAppsHandler::handle(const QJsonObject &, QWebSocket *socket)
+void RunningAppsHandler::handle(const Request &, QWebSocket *socket)
 {
     QJsonArray apps;
     for (App *app : platform()->getRunningApps())
         apps.append(QJsonObject { { L::id, app->id } });
-    server->sendMessage(socket, name, QJsonObject { { L::apps, apps } });
+    server->sendMessage(socket, name, { { L::apps, apps } });
 }
 
-void CurrentAppHandler::handle(const QJsonObject &, QWebSocket *socket)
+void CurrentAppHandler::handle(const Request &, QWebSocket *socket)
 {
     QJsonObject reply;
     if (App *app = platform()->getCurrentApp())
@@ -68,7 +68,7 @@ void CurrentAppHandler::handle(const QJsonObject &, QWebSocket *socket)
     server->sendMessage(socket, name, std::move(reply));
 }
 
-void AppIconHandler::handle(const QJsonObject &message, QWebSocket *socket)
+void AppIconHandler::handle(const Request &message, QWebSocket *socket)
 {
     const QString id = message.value(L::id).toString();
     App *app = id.isEmpty() ? nullptr : platform()->appforId(id);

@@ -8,7 +8,7 @@ class InstalledAppsHandler : public MessageHandler
     Q_OBJECT
 public:
     using MessageHandler::MessageHandler;
-    void handle(const QJsonObject &message, QWebSocket *socket) override;
+    void handle(const Request &message, QWebSocket *socket) override;
 };
 
 // "ra": the running applications. Never registered: "ra" requests stay unhandled.
@@ -17,7 +17,7 @@ class RunningAppsHandler : public MessageHandler
     Q_OBJECT
 public:
     using MessageHandler::MessageHandler;
-    void handle(const QJsonObject &message, QWebSocket *socket) override;
+    void handle(const Request &message, QWebSocket *socket) override;
 };
 
 // "ca": the application in front.
@@ -26,7 +26,7 @@ class CurrentAppHandler : public MessageHandler
     Q_OBJECT
 public:
     using MessageHandler::MessageHandler;
-    void handle(const QJsonObject &message, QWebSocket *socket) override;
+    void handle(const Request &message, QWebSocket *socket) override;
 };
 
 // "ai": an application's icon as PNG.
@@ -35,5 +35,5 @@ class AppIconHandler : public MessageHandler
     Q_OBJECT
 public:
     using MessageHandler::MessageHandler;
-    void handle(const QJsonObject &message, QWebSocket *socket) override;
+    void handle(const Request &message, QWebSocket *socket) override;
 };

@@ -11,7 +11,7 @@
 #include <QUrlQuery>
 #include <QWebSocket>
 
-void CommandsHandler::handle(const QJsonObject &message, QWebSocket *socket)
+void CommandsHandler::handle(const Request &message, QWebSocket *socket)
 {
     App *app = HandlerUtils::appById(message);
     if (!app)
@@ -30,7 +30,7 @@ void CommandsHandler::handle(const QJsonObject &message, QWebSocket *socket)
     app->loadCommands();
 }
 
-void CommandIconHandler::handle(const QJsonObject &message, QWebSocket *socket)
+void CommandIconHandler::handle(const Request &message, QWebSocket *socket)
 {
     const QString id = message.value(L::id).toString();
     const int size = message.value(L::size).toInt();

@@ -9,7 +9,7 @@ class CommandsHandler : public MessageHandler
     Q_OBJECT
 public:
     using MessageHandler::MessageHandler;
-    void handle(const QJsonObject &message, QWebSocket *socket) override;
+    void handle(const Request &message, QWebSocket *socket) override;
 };
 
 // "ci": a command's icon from the web service, passed on untouched.
@@ -18,5 +18,5 @@ class CommandIconHandler : public MessageHandler
     Q_OBJECT
 public:
     using MessageHandler::MessageHandler;
-    void handle(const QJsonObject &message, QWebSocket *socket) override;
+    void handle(const Request &message, QWebSocket *socket) override;
 };

@@ -217,7 +217,7 @@ QByteArray DirectoryListingHandler::listDirectory(const QString &path)
     return files;
 }
 
-void DirectoryListingHandler::handle(const QJsonObject &message, QWebSocket *socket)
+void DirectoryListingHandler::handle(const Request &message, QWebSocket *socket)
 {
     QString path = message.value(L::path).toString();
     if (path.isEmpty())
@@ -242,7 +242,7 @@ void DirectoryListingHandler::handle(const QJsonObject &message, QWebSocket *soc
         });
 }
 
-void FileIconHandler::handle(const QJsonObject &message, QWebSocket *socket)
+void FileIconHandler::handle(const Request &message, QWebSocket *socket)
 {
     const int size = message.value(L::size).toInt();
     if (size < 16)
@@ -279,7 +279,7 @@ void FileIconHandler::answer(QWebSocket *socket, const QJsonObject &reply, const
         socket, reply, Server::MessagePart { Server::Png, HandlerUtils::toPng(icon) });
 }
 
-void FilePreviewHandler::handle(const QJsonObject &message, QWebSocket *socket)
+void FilePreviewHandler::handle(const Request &message, QWebSocket *socket)
 {
     const QString path = message.value(L::path).toString();
     if (path.isEmpty())
@@ -302,7 +302,7 @@ void FilePreviewHandler::handle(const QJsonObject &message, QWebSocket *socket)
         });
 }
 
-void FileAppsHandler::handle(const QJsonObject &message, QWebSocket *socket)
+void FileAppsHandler::handle(const Request &message, QWebSocket *socket)
 {
     const QString path = message.value(L::path).toString();
     auto type = std::make_shared<QString>();
@@ -317,11 +317,11 @@ void FileAppsHandler::handle(const QJsonObject &message, QWebSocket *socket)
                 for (App *app : HandlerUtils::platform()->appsForFileType(*type))
                     apps.append(QJsonObject { { L::id, app->id } });
             }
-            server->sendMessage(socket, name, QJsonObject { { L::path, path }, { L::apps, apps } });
+            server->sendMessage(socket, name, { { L::path, path }, { L::apps, apps } });
         });
 }
 
-void FileOpenHandler::handle(const QJsonObject &message, QWebSocket *socket)
+void FileOpenHandler::handle(const Request &message, QWebSocket *socket)
 {
     const QString path = message.value(L::path).toString();
     const QString appId = message.value(L::id).toString();

@@ -15,7 +15,7 @@ class DirectoryListingHandler : public MessageHandler
     Q_OBJECT
 public:
     using MessageHandler::MessageHandler;
-    void handle(const QJsonObject &message, QWebSocket *socket) override;
+    void handle(const Request &message, QWebSocket *socket) override;
 
     // The "files" array for a directory, as compact JSON text: no hidden or special entries;
     // folders (other than ".app" bundles) carry "t": "d". Empty ("[]") when the directory
@@ -30,7 +30,7 @@ class FileIconHandler : public MessageHandler
     Q_OBJECT
 public:
     using MessageHandler::MessageHandler;
-    void handle(const QJsonObject &message, QWebSocket *socket) override;
+    void handle(const Request &message, QWebSocket *socket) override;
 
 private:
     // Sends nothing for a null icon.
@@ -43,7 +43,7 @@ class FilePreviewHandler : public MessageHandler
     Q_OBJECT
 public:
     using MessageHandler::MessageHandler;
-    void handle(const QJsonObject &message, QWebSocket *socket) override;
+    void handle(const Request &message, QWebSocket *socket) override;
 };
 
 // "fia": the applications that can open a file.
@@ -52,7 +52,7 @@ class FileAppsHandler : public MessageHandler
     Q_OBJECT
 public:
     using MessageHandler::MessageHandler;
-    void handle(const QJsonObject &message, QWebSocket *socket) override;
+    void handle(const Request &message, QWebSocket *socket) override;
 };
 
 // "fo": opens a file, with the application "i" or the default one.
@@ -61,5 +61,5 @@ class FileOpenHandler : public MessageHandler
     Q_OBJECT
 public:
     using MessageHandler::MessageHandler;
-    void handle(const QJsonObject &message, QWebSocket *socket) override;
+    void handle(const Request &message, QWebSocket *socket) override;
 };

@@ -20,13 +20,13 @@ Platform *platform() { return current.platform; }
 
 QVector<App *> sortedApps() { return current.sortedApps ? current.sortedApps() : QVector<App *>(); }
 
-App *appOrCurrent(const QJsonObject &message)
+App *appOrCurrent(const Request &message)
 {
     const QString id = message.value(L::id).toString();
     return id.isEmpty() ? platform()->getCurrentApp() : platform()->appforId(id);
 }
 
-App *appById(const QJsonObject &message)
+App *appById(const Request &message)
 {
     const QString id = message.value(L::id).toString();
     return id.isEmpty() ? nullptr : platform()->appforId(id);

@@ -1,6 +1,8 @@
 #pragma once
 
+#include "request.h"
 #include <QByteArray>
+
 #include <QJsonObject>
 #include <QString>
 #include <QVector>
@@ -25,9 +27,9 @@ void setContext(const Context &context);
 Platform *platform();
 QVector<App *> sortedApps();
 // The application named by "i", or the one in front when "i" is empty.
-App *appOrCurrent(const QJsonObject &message);
+App *appOrCurrent(const Request &message);
 // The application named by "i"; null when "i" is empty or unknown.
-App *appById(const QJsonObject &message);
+App *appById(const Request &message);
 // Empty for a null image. The QImage form may be used on any thread.
 QByteArray toPng(const QPixmap &pixmap);
 QByteArray toPng(const QImage &image);

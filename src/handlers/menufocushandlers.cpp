@@ -24,7 +24,7 @@ QJsonArray menuToJson(const std::vector<MenuItem> &items)
 }
 } // namespace
 
-void MenuHandler::handle(const QJsonObject &message, QWebSocket *socket)
+void MenuHandler::handle(const Request &message, QWebSocket *socket)
 {
     App *app = HandlerUtils::appById(message);
     if (!app)
@@ -35,13 +35,13 @@ void MenuHandler::handle(const QJsonObject &message, QWebSocket *socket)
         Server::MessagePart { Server::Json, tree });
 }
 
-void MenuPerformHandler::handle(const QJsonObject &message, QWebSocket *)
+void MenuPerformHandler::handle(const Request &message, QWebSocket *)
 {
     if (App *app = HandlerUtils::appById(message))
         app->performMenu(message.value(menuKey).toString());
 }
 
-void FocusValueHandler::handle(const QJsonObject &message, QWebSocket *socket)
+void FocusValueHandler::handle(const Request &message, QWebSocket *socket)
 {
     App *app = HandlerUtils::appOrCurrent(message);
     if (!app)
@@ -51,10 +51,10 @@ void FocusValueHandler::handle(const QJsonObject &message, QWebSocket *socket)
         return;
     }
     server->sendMessage(socket, L::focusedElement,
-        QJsonObject { { L::id, message.value(L::id).toString() }, { L::value, app->focusValue } });
+        { { L::id, message.value(L::id).toString() }, { L::value, app->focusValue } });
 }
 
-void FocusPerformHandler::handle(const QJsonObject &message, QWebSocket *)
+void FocusPerformHandler::handle(const Request &message, QWebSocket *)
 {
     if (App *app = HandlerUtils::appOrCurrent(message))
         app->performFocusedElement();

@@ -8,7 +8,7 @@ class MenuHandler : public MessageHandler
     Q_OBJECT
 public:
     using MessageHandler::MessageHandler;
-    void handle(const QJsonObject &message, QWebSocket *socket) override;
+    void handle(const Request &message, QWebSocket *socket) override;
 };
 
 // "pm": invokes the menu item "m" of the application named by "i".
@@ -17,7 +17,7 @@ class MenuPerformHandler : public MessageHandler
     Q_OBJECT
 public:
     using MessageHandler::MessageHandler;
-    void handle(const QJsonObject &message, QWebSocket *socket) override;
+    void handle(const Request &message, QWebSocket *socket) override;
 };
 
 // "fv": with "v", replaces the focused element's value; without, answers it (code "fe").
@@ -26,7 +26,7 @@ class FocusValueHandler : public MessageHandler
     Q_OBJECT
 public:
     using MessageHandler::MessageHandler;
-    void handle(const QJsonObject &message, QWebSocket *socket) override;
+    void handle(const Request &message, QWebSocket *socket) override;
 };
 
 // "pf": presses the focused element.
@@ -35,5 +35,5 @@ class FocusPerformHandler : public MessageHandler
     Q_OBJECT
 public:
     using MessageHandler::MessageHandler;
-    void handle(const QJsonObject &message, QWebSocket *socket) override;
+    void handle(const Request &message, QWebSocket *socket) override;
 };

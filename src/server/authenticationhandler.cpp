@@ -10,7 +10,7 @@ AuthenticationHandler::AuthenticationHandler(Server *server, const QString &name
     : MessageHandler(server, name)
 { }
 
-void AuthenticationHandler::handle(const QJsonObject &message, QWebSocket *socket)
+void AuthenticationHandler::handle(const Request &message, QWebSocket *socket)
 {
     // Pairing has no state to re-send, so a re-run asks nothing of anyone.
     if (!socket || message.isEmpty())

@@ -9,5 +9,5 @@ class AuthenticationHandler : public MessageHandler
 public:
     AuthenticationHandler(Server *server, const QString &name);
 
-    void handle(const QJsonObject &message, QWebSocket *socket) override;
+    void handle(const Request &message, QWebSocket *socket) override;
 };

@@ -11,6 +11,7 @@
 #include <QJsonParseError>
 #include <QJsonValue>
 #include <QString>
+#include <QVarLengthArray>
 #include <QVector>
 
 namespace {
@@ -395,6 +396,63 @@ QByteArray compact(const QJsonObject &object, const QString &method)
     QByteArray out;
     out.reserve(64);
     writeObject(out, object, &method);
+    return out;
+}
+
+QByteArray compact(const QString &method, std::initializer_list<Field> fields)
+{
+    // Qt's order, kept stable so that of a repeated key the last one given is the one seen last.
+    QVarLengthArray<const Field *, 8> order;
+    for (const Field &field : fields) {
+        int at = order.size();
+        order.append(&field);
+        while (at > 0 && order[at - 1]->key->compare(*field.key) > 0) {
+            order[at] = order[at - 1];
+            --at;
+        }
+        order[at] = &field;
+    }
+    QByteArray out;
+    out.reserve(64);
+    out += '{';
+    bool first = true;
+    bool methodWritten = false;
+    auto separate = [&] {
+        if (!first)
+            out += ',';
+        first = false;
+    };
+    for (int i = 0; i < order.size(); ++i) {
+        const Field &field = *order[i];
+        if (i + 1 < order.size() && *order[i + 1]->key == *field.key)
+            continue;
+        if (!methodWritten) {
+            const int place = field.key->compare(QLatin1String("_"));
+            if (place >= 0) {
+                separate();
+                out += "\"_\":";
+                writeString(out, method);
+                methodWritten = true;
+                if (place == 0)
+                    continue;
+            }
+        }
+        if (!field.string && field.json.isUndefined())
+            continue;
+        separate();
+        writeString(out, *field.key);
+        out += ':';
+        if (field.string)
+            writeString(out, *field.string);
+        else
+            writeValue(out, field.json);
+    }
+    if (!methodWritten) {
+        separate();
+        out += "\"_\":";
+        writeString(out, method);
+    }
+    out += '}';
     return out;
 }
 

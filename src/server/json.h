@@ -3,6 +3,10 @@
 #include <QByteArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QJsonValue>
+#include <QString>
+
+#include <initializer_list>
 
 class QJsonParseError;
 
@@ -24,6 +28,33 @@ bool repeatsContainerKey(const QByteArray &text);
 QByteArray compact(const QJsonObject &object);
 // The same for the object with "_" set to method (replacing any), without changing the object.
 QByteArray compact(const QJsonObject &object, const QString &method);
+// One member of a reply written straight to text. The fields given to compact() below make
+// the same bytes as the QJsonObject made from the same pairs (keys in Qt's order, the last of a
+// repeated key kept, an undefined value leaving its key out) without making that object. Key
+// and string value are referred to, not copied: a field lasts as long as the statement that
+// writes it.
+class Field
+{
+public:
+    Field(const QString &key, const QString &value)
+        : key(&key)
+        , string(&value)
+    { }
+    Field(const QString &key, const QJsonValue &value)
+        : key(&key)
+        , json(value)
+    { }
+
+private:
+    friend QByteArray compact(const QString &method, std::initializer_list<Field> fields);
+    const QString *key;
+    const QString *string = nullptr;
+    QJsonValue json;
+};
+
+// The object of those fields with "_" set to method, as compact(object, method) writes it.
+QByteArray compact(const QString &method, std::initializer_list<Field> fields);
+
 // Appends text as a JSON string, quoted and escaped exactly as compact() writes strings, for
 // handlers that write large replies themselves.
 void appendString(QByteArray &out, const QString &text);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "request.h"
+
 #include <QJsonObject>
 #include <QObject>
 #include <QString>
@@ -24,7 +26,7 @@ public:
 
 public slots:
     // Answers one request. An empty message asks for the current state, sent to socket.
-    virtual void handle(const QJsonObject &message, QWebSocket *socket) = 0;
+    virtual void handle(const Request &message, QWebSocket *socket) = 0;
 
 protected:
     Server *server;

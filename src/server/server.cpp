@@ -7,6 +7,7 @@
 #include "messagehandler.h"
 #include "networkchanges.h"
 #include "random.h"
+#include "request.h"
 #include "serverlogging.h"
 #include "webremote.h"
 
@@ -450,6 +451,12 @@ void Server::sendMessage(QWebSocket *socket, const QString &method, QJsonObject 
 }
 
 void Server::sendMessage(
+    QWebSocket *socket, const QString &method, std::initializer_list<Json::Field> fields)
+{
+    sendFramed(socket, Json::compact(method, fields), QVector<MessagePart>());
+}
+
+void Server::sendMessage(
     QWebSocket *socket, const QJsonObject &obj, const QVector<MessagePart> &parts)
 {
     sendFramed(socket, Json::compact(obj), parts);
@@ -477,6 +484,16 @@ void Server::broadcastMessage(const QString &method, QJsonObject &&obj)
     if (clients.isEmpty())
         return;
     const QByteArray json = Json::compact(obj, method);
+    const QVector<QWebSocket *> recipients = clients;
+    for (QWebSocket *socket : recipients)
+        sendFramed(socket, json, QVector<MessagePart>());
+}
+
+void Server::broadcastMessage(const QString &method, std::initializer_list<Json::Field> fields)
+{
+    if (clients.isEmpty())
+        return;
+    const QByteArray json = Json::compact(method, fields);
     const QVector<QWebSocket *> recipients = clients;
     for (QWebSocket *socket : recipients)
         sendFramed(socket, json, QVector<MessagePart>());
@@ -531,7 +548,7 @@ void Server::runHandler(MessageHandler *handler)
         return;
     const QVector<QWebSocket *> sockets = clients;
     for (QWebSocket *socket : sockets)
-        handler->handle(QJsonObject(), socket);
+        handler->handle(Request(), socket);
 }
 
 void Server::runHandler(const QString &method)
@@ -558,8 +575,8 @@ void Server::dispatch(QWebSocket *socket, const QByteArray &message)
         data = decrypt(message, key);
 
     QJsonParseError error;
-    const QJsonDocument document = Json::parse(data, &error);
-    if (document.isNull()) {
+    Request request;
+    if (!request.read(data, &error)) {
         qCWarning(lcServer) << "Cannot parse JSON" << error.errorString() << excerpt(data)
                             << excerpt(message);
         // A proof that does not decrypt counts as a wrong one. Nothing is forgotten: what a
@@ -570,8 +587,7 @@ void Server::dispatch(QWebSocket *socket, const QByteArray &message)
         return;
     }
 
-    const QJsonObject object = document.object();
-    const QString method = object.value(L::method).toString();
+    const QString method = request.method();
     if (method != L::auth && !clients.contains(socket)) {
         qCWarning(lcServer) << "Permission denied" << socket << excerpt(data);
         return;
@@ -579,7 +595,7 @@ void Server::dispatch(QWebSocket *socket, const QByteArray &message)
 
     MessageHandler *handler = handlers.value(method);
     if (handler) {
-        handler->handle(object, socket);
+        handler->handle(request, socket);
     } else {
         qCWarning(lcServer) << "Unhandled request" << excerpt(data);
         emit unhandledMessage(method);
@@ -619,7 +635,7 @@ void Server::setAuthorization(const QString &id, bool granted)
         return;
     if (granted) {
         const QString token = makeToken();
-        sendMessage(pendingSocket, L::auth, QJsonObject { { L::token, token } });
+        sendMessage(pendingSocket, L::auth, { { L::token, token } });
         if (pendingSocket->isValid()) {
             QSettings settings;
             settings.beginGroup(L::auth);
@@ -637,7 +653,7 @@ void Server::startAuthentication(const QString &id, QWebSocket *socket)
     socket->setProperty(sessionTokenProperty, sessionToken);
     const QByteArray key = computeAESKey(id, getAuthorizationToken(id), sessionToken);
     // Sent before the key is set, so it travels in plain text.
-    sendMessage(socket, L::auth, QJsonObject { { L::sessionToken, sessionToken } });
+    sendMessage(socket, L::auth, { { L::sessionToken, sessionToken } });
     socket->setProperty(aesKeyProperty, key);
     sessionKeys.insert(socket, key);
     // A connection that never proves its key holds nothing for long.
@@ -676,7 +692,7 @@ void Server::setAuthentication(QWebSocket *socket, bool ok)
         if (auto *gate = transport->findChild<FrameGate *>())
             gate->setFrameLimit(maxIncomingMessageSize);
     }
-    sendMessage(socket, L::auth, QJsonObject { { L::value, true } });
+    sendMessage(socket, L::auth, { { L::value, true } });
     emit clientCountChanged(clients.size());
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "json.h"
 #include "qaesencryption.h"
 #include "qzeroconf.h"
 
@@ -78,6 +79,10 @@ public:
 
     // Inserts "_" = method (replacing any) and sends obj, without attachments, to one socket.
     void sendMessage(QWebSocket *socket, const QString &method, QJsonObject &&obj);
+    // The same for the object of those fields, written without making it:
+    // sendMessage(socket, name, { { L::value, 3 } }).
+    void sendMessage(
+        QWebSocket *socket, const QString &method, std::initializer_list<Json::Field> fields);
     // Frames obj ("_" already present) and the attachments and sends them to one socket.
     void sendMessage(QWebSocket *socket, const QJsonObject &obj, const QVector<MessagePart> &parts);
     void sendMessage(QWebSocket *socket, const QJsonObject &obj, const MessagePart &part);
@@ -88,6 +93,7 @@ public:
     // The broadcasts reach the authenticated clients only, each under its own session key.
     void broadcastMessage(const QString &method);
     void broadcastMessage(const QString &method, QJsonObject &&obj);
+    void broadcastMessage(const QString &method, std::initializer_list<Json::Field> fields);
     void broadcastMessage(const QJsonObject &obj, const QVector<MessagePart> &parts);
 
     // Registers the handler under its code, replacing an earlier one.

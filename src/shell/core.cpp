@@ -229,8 +229,7 @@ void Core::onAppActivated(App *) { }
 void Core::onbrightnessChanged()
 {
     if (server)
-        server->broadcastMessage(
-            L::brightness, QJsonObject { { L::value, platform->getBrightness() } });
+        server->broadcastMessage(L::brightness, { { L::value, platform->getBrightness() } });
 }
 
 void Core::onClientTotalChanged(int count)

@@ -196,8 +196,9 @@ void TestFileRequests::hardFilesLeaveOtherClientsServed()
     QTRY_COMPARE_WITH_TIMEOUT(phone.framesWith(L::fileIcon).size(), hard.size(), 30000);
     QTRY_COMPARE_WITH_TIMEOUT(phone.framesWith(L::directoryListing).size(), 1, 30000);
     for (const Frame &preview : phone.framesWith(L::filePreview)) {
-        const QString name = preview.object.value(L::path).toString().section(QLatin1Char('/'), -1);
-        QCOMPARE(preview.object.value(L::width).toInt(), 128);
+        const QString name
+            = preview.object().value(L::path).toString().section(QLatin1Char('/'), -1);
+        QCOMPARE(preview.object().value(L::width).toInt(), 128);
         QCOMPARE(preview.parts.size(), 1);
         const QImage image = QImage::fromData(preview.parts.at(0).second, "PNG");
         if (name == QLatin1String("photo.jpg"))
@@ -208,10 +209,10 @@ void TestFileRequests::hardFilesLeaveOtherClientsServed()
             QVERIFY2(preview.parts.at(0).second.isEmpty(), qPrintable(name));
     }
     for (const Frame &icon : phone.framesWith(L::fileIcon)) {
-        QCOMPARE(icon.object.value(L::size).toInt(), 32);
+        QCOMPARE(icon.object().value(L::size).toInt(), 32);
         QVERIFY(!QImage::fromData(icon.parts.at(0).second, "PNG").isNull());
     }
-    QCOMPARE(phone.framesWith(L::directoryListing).at(0).object.value(L::files).toArray().size(),
+    QCOMPARE(phone.framesWith(L::directoryListing).at(0).object().value(L::files).toArray().size(),
         100000);
 
     // A mount that never answers: the listing, an icon and a preview inside it.
@@ -237,7 +238,7 @@ void TestFileRequests::hardFilesLeaveOtherClientsServed()
     QCOMPARE(laptop.framesWith(L::directoryListing).size(), 0);
     // Past the time limit the hung requests get the answers for what cannot be read.
     QTRY_COMPARE_WITH_TIMEOUT(laptop.framesWith(L::directoryListing).size(), 1, 40000);
-    QCOMPARE(laptop.framesWith(L::directoryListing).at(0).object.value(L::files).toArray(),
+    QCOMPARE(laptop.framesWith(L::directoryListing).at(0).object().value(L::files).toArray(),
         QJsonArray());
     QTRY_COMPARE_WITH_TIMEOUT(laptop.framesWith(L::filePreview).size(), 1, 40000);
     QVERIFY(laptop.framesWith(L::filePreview).at(0).parts.at(0).second.isEmpty());

@@ -112,7 +112,7 @@ void TestHandlers::installedAppsInClientOrder()
     QVERIFY(client);
     const auto reply = f.request(client, req(L::installedApps), L::installedApps);
     QVERIFY(reply);
-    const QJsonArray apps = reply->object.value(L::apps).toArray();
+    const QJsonArray apps = reply->object().value(L::apps).toArray();
     QCOMPARE(apps.size(), 3);
     QCOMPARE(apps.at(0).toObject().value(L::id).toString(), QStringLiteral("new"));
     QCOMPARE(apps.at(0).toObject().value(L::name).toString(), QStringLiteral("New"));
@@ -126,7 +126,7 @@ void TestHandlers::installedAppsInClientOrder()
     f.platform->setRunning(old, true);
     QTRY_COMPARE(client->framesWith(L::installedApps).size(), before + 1);
     const QJsonArray after
-        = client->framesWith(L::installedApps).last().object.value(L::apps).toArray();
+        = client->framesWith(L::installedApps).last().object().value(L::apps).toArray();
     QCOMPARE(after.at(0).toObject().value(L::id).toString(), QStringLiteral("old"));
     QCOMPARE(after.at(0).toObject().value(L::status).toString(), L::running);
 }
@@ -141,7 +141,7 @@ void TestHandlers::installedAppsWithoutRunningHaveNoStatus()
     QVERIFY(client);
     const auto reply = f.request(client, req(L::installedApps), L::installedApps);
     QVERIFY(reply);
-    for (const QJsonValue &app : reply->object.value(L::apps).toArray())
+    for (const QJsonValue &app : reply->object().value(L::apps).toArray())
         QVERIFY(!app.toObject().contains(L::status));
 }
 
@@ -189,14 +189,14 @@ void TestHandlers::currentAppPushedWhenItGoesAway()
     f.platform->setCurrentApp(app);
     QTRY_COMPARE(one->framesWith(L::currentApp).size(), 1);
     QCOMPARE(
-        one->framesWith(L::currentApp).at(0).object.value(L::id).toString(), QStringLiteral("a"));
+        one->framesWith(L::currentApp).at(0).object().value(L::id).toString(), QStringLiteral("a"));
     f.platform->setCurrentApp(nullptr);
     QTRY_COMPARE(one->framesWith(L::currentApp).size(), 2);
     QTRY_COMPARE(two->framesWith(L::currentApp).size(), 2);
-    QCOMPARE(
-        one->framesWith(L::currentApp).at(1).object, QJsonObject({ { L::method, L::currentApp } }));
-    QCOMPARE(
-        two->framesWith(L::currentApp).at(1).object, QJsonObject({ { L::method, L::currentApp } }));
+    QCOMPARE(one->framesWith(L::currentApp).at(1).object(),
+        QJsonObject({ { L::method, L::currentApp } }));
+    QCOMPARE(two->framesWith(L::currentApp).at(1).object(),
+        QJsonObject({ { L::method, L::currentApp } }));
 }
 
 void TestHandlers::runningAppsRequestGetsNoReply()
@@ -225,8 +225,8 @@ void TestHandlers::appIconSizes()
     const auto reply = f.request(
         client, req(L::appIcon, { { L::id, QStringLiteral("a") }, { L::size, 16 } }), L::appIcon);
     QVERIFY(reply);
-    QCOMPARE(reply->object.value(L::id).toString(), QStringLiteral("a"));
-    QCOMPARE(reply->object.value(L::size).toInt(), 16);
+    QCOMPARE(reply->object().value(L::id).toString(), QStringLiteral("a"));
+    QCOMPARE(reply->object().value(L::size).toInt(), 16);
     QCOMPARE(reply->parts.size(), 1);
     QCOMPARE(reply->parts.at(0).first, qint8(Server::Png));
     QCOMPARE(decodePng(reply->parts.at(0).second).size(), QSize(16, 16));
@@ -279,7 +279,7 @@ void TestHandlers::appIconCachedUntilItChanges()
     QCOMPARE(decodePng(png(1024)).size(), QSize(1024, 1024));
     QVERIFY(f.requestAndSettle(
         client, req(L::appIcon, { { L::id, QStringLiteral("a") }, { L::size, 100000 } })));
-    QCOMPARE(client->framesWith(L::appIcon).last().object.value(L::size).toInt(), 1024);
+    QCOMPARE(client->framesWith(L::appIcon).last().object().value(L::size).toInt(), 1024);
 }
 
 void TestHandlers::activateFallsBackToCurrentApp()
@@ -406,8 +406,8 @@ void TestHandlers::menuTreeInAttachment()
     const auto reply
         = f.request(client, req(L::appMenu, { { L::id, QStringLiteral("a") } }), L::appMenu);
     QVERIFY(reply);
-    QCOMPARE(
-        reply->object, QJsonObject({ { L::method, L::appMenu }, { L::id, QStringLiteral("a") } }));
+    QCOMPARE(reply->object(),
+        QJsonObject({ { L::method, L::appMenu }, { L::id, QStringLiteral("a") } }));
     QCOMPARE(reply->parts.size(), 1);
     QCOMPARE(reply->parts.at(0).first, qint8(Server::Json));
     QCOMPARE(reply->parts.at(0).second,
@@ -468,7 +468,7 @@ void TestHandlers::focusValueQueryFallsBackToCurrent()
     QVERIFY(client);
     const auto reply = f.request(client, req(L::focusValue), L::focusedElement);
     QVERIFY(reply);
-    QCOMPARE(reply->object,
+    QCOMPARE(reply->object(),
         QJsonObject({ { L::method, L::focusedElement }, { L::id, QString() },
             { L::value, QStringLiteral("first line\nsecond line") } }));
     QCOMPARE(client->framesWith(L::focusValue).size(), 0);
@@ -514,10 +514,10 @@ void TestHandlers::listingOfHomeWhenNoPath()
     const auto reply = f.request(client, req(L::directoryListing), L::directoryListing);
     qputenv("HOME", oldHome);
     QVERIFY(reply);
-    QCOMPARE(reply->object.value(L::path).toString(), home.path());
-    QCOMPARE(reply->object.value(L::name).toString(), QDir(home.path()).dirName());
+    QCOMPARE(reply->object().value(L::path).toString(), home.path());
+    QCOMPARE(reply->object().value(L::name).toString(), QDir(home.path()).dirName());
     const QJsonArray expected { QJsonObject { { L::name, QStringLiteral("note.txt") } } };
-    QCOMPARE(reply->object.value(L::files).toArray(), expected);
+    QCOMPARE(reply->object().value(L::files).toArray(), expected);
 }
 
 void TestHandlers::listingOrderAndTypes()
@@ -551,7 +551,7 @@ void TestHandlers::listingOrderAndTypes()
         QJsonObject { { L::name, QStringLiteral("banana.txt") } },
         QJsonObject { { L::name, QStringLiteral("zeta.txt") } },
     };
-    QCOMPARE(reply->object.value(L::files).toArray(), expected);
+    QCOMPARE(reply->object().value(L::files).toArray(), expected);
     // The same order QDir gives with the same rules.
     QStringList names;
     for (const QJsonValue &entry : expected)
@@ -572,8 +572,8 @@ void TestHandlers::listingOfMissingDirectory()
         req(L::directoryListing, { { L::path, QStringLiteral("/no/such/dir") } }),
         L::directoryListing);
     QVERIFY(reply);
-    QCOMPARE(reply->object.value(L::files).toArray(), QJsonArray());
-    QCOMPARE(reply->object.value(L::name).toString(), QStringLiteral("dir"));
+    QCOMPARE(reply->object().value(L::files).toArray(), QJsonArray());
+    QCOMPARE(reply->object().value(L::name).toString(), QStringLiteral("dir"));
 }
 
 void TestHandlers::listingEscapesNames()
@@ -592,14 +592,14 @@ void TestHandlers::listingEscapesNames()
         client, req(L::directoryListing, { { L::path, dir.path() } }), L::directoryListing);
     QVERIFY(reply);
     QStringList listed;
-    for (const QJsonValue &entry : reply->object.value(L::files).toArray())
+    for (const QJsonValue &entry : reply->object().value(L::files).toArray())
         listed << entry.toObject().value(L::name).toString();
     QStringList expected = names;
     expected.sort(Qt::CaseInsensitive);
     listed.sort(Qt::CaseInsensitive);
     QCOMPARE(listed, expected);
     // The text is what QJsonDocument would have written for the same object.
-    QCOMPARE(reply->json, QJsonDocument(reply->object).toJson(QJsonDocument::Compact));
+    QCOMPARE(reply->json, QJsonDocument(reply->object()).toJson(QJsonDocument::Compact));
 }
 
 void TestHandlers::fileIconSizes()
@@ -619,7 +619,7 @@ void TestHandlers::fileIconSizes()
         req(L::fileIcon, { { L::path, QStringLiteral("/tmp/a.txt") }, { L::size, 32 } }),
         L::fileIcon);
     QVERIFY(reply);
-    QCOMPARE(reply->object,
+    QCOMPARE(reply->object(),
         QJsonObject({ { L::method, L::fileIcon }, { L::size, 32 },
             { L::path, QStringLiteral("/tmp/a.txt") } }));
     QCOMPARE(decodePng(reply->parts.at(0).second).size(), QSize(32, 32));
@@ -642,7 +642,7 @@ void TestHandlers::fileIconByType()
     const auto reply = f.request(client,
         req(L::fileIcon, { { L::type, QStringLiteral("pdf") }, { L::size, 48 } }), L::fileIcon);
     QVERIFY(reply);
-    QCOMPARE(reply->object,
+    QCOMPARE(reply->object(),
         QJsonObject(
             { { L::method, L::fileIcon }, { L::size, 48 }, { L::type, QStringLiteral("pdf") } }));
     QVERIFY(f.platform->calls.contains(QStringLiteral("iconForFileType(pdf,48)")));
@@ -660,7 +660,7 @@ void TestHandlers::previewAlwaysAnswered()
             { { L::path, QStringLiteral("/doc.pdf") }, { L::width, 100 }, { L::height, 100 } }),
         L::filePreview);
     QVERIFY(none);
-    QCOMPARE(none->object,
+    QCOMPARE(none->object(),
         QJsonObject({ { L::method, L::filePreview }, { L::path, QStringLiteral("/doc.pdf") },
             { L::width, 100 }, { L::height, 100 } }));
     QCOMPARE(none->parts.size(), 1);
@@ -688,15 +688,15 @@ void TestHandlers::fileAppsAndOpen()
     const auto reply = f.request(
         client, req(L::fileApps, { { L::path, QStringLiteral("/x.txt") } }), L::fileApps);
     QVERIFY(reply);
-    QCOMPARE(reply->object.value(L::path).toString(), QStringLiteral("/x.txt"));
-    QCOMPARE(reply->object.value(L::apps).toArray(),
+    QCOMPARE(reply->object().value(L::path).toString(), QStringLiteral("/x.txt"));
+    QCOMPARE(reply->object().value(L::apps).toArray(),
         (QJsonArray { QJsonObject { { L::id, QStringLiteral("viewer") } },
             QJsonObject { { L::id, QStringLiteral("editor") } } }));
     // A missing file has no type and no applications.
     const auto missing = f.request(
         client, req(L::fileApps, { { L::path, QStringLiteral("/gone.txt") } }), L::fileApps);
     QVERIFY(missing);
-    QCOMPARE(missing->object.value(L::apps).toArray(), QJsonArray());
+    QCOMPARE(missing->object().value(L::apps).toArray(), QJsonArray());
 
     QVERIFY(f.requestAndSettle(client,
         req(L::fileOpen,
@@ -720,7 +720,7 @@ QStringList previewPaths(ProtocolClient *client)
 {
     QStringList paths;
     for (const Frame &frame : client->framesWith(L::filePreview))
-        paths << frame.object.value(L::path).toString();
+        paths << frame.object().value(L::path).toString();
     return paths;
 }
 
@@ -791,7 +791,7 @@ void TestHandlers::fileRequestsOfOneClientWaitInOrder()
     const auto answered
         = f.request(other, previewRequest(QStringLiteral("/o.png")), L::filePreview);
     QVERIFY(answered);
-    QCOMPARE(answered->object.value(L::path).toString(), QStringLiteral("/o.png"));
+    QCOMPARE(answered->object().value(L::path).toString(), QStringLiteral("/o.png"));
     // The asker's next requests wait for a free place: not one has been started.
     QVERIFY(f.requestAndSettle(asker, req(L::unsupported)));
     for (const QString &path : next)
@@ -831,7 +831,7 @@ void TestHandlers::lateFileWorkGetsTheFailedAnswer()
     QTRY_COMPARE(client->framesWith(L::filePreview).size(), 1);
     QVERIFY(client->framesWith(L::filePreview).at(0).parts.at(0).second.isEmpty());
     QTRY_COMPARE(client->framesWith(L::fileApps).size(), 1);
-    QCOMPARE(client->framesWith(L::fileApps).at(0).object.value(L::apps).toArray(), QJsonArray());
+    QCOMPARE(client->framesWith(L::fileApps).at(0).object().value(L::apps).toArray(), QJsonArray());
     QCOMPARE(log.count(QStringLiteral("Gave up on fp /mnt/hung/photo.png after 300 ms")), 1);
     QTRY_COMPARE(FileWork::stuck(), 2);
     // An icon without the file's type in time is not sent at all.
@@ -942,8 +942,8 @@ void TestHandlers::volumeQueryAndSet()
     QVERIFY(other);
     const auto reply = f.request(client, req(L::volume), L::volume);
     QVERIFY(reply);
-    QCOMPARE(reply->object, QJsonObject({ { L::method, L::volume }, { L::value, 42 } }));
-    QVERIFY(reply->object.value(L::value).isDouble());
+    QCOMPARE(reply->object(), QJsonObject({ { L::method, L::volume }, { L::value, 42 } }));
+    QVERIFY(reply->object().value(L::value).isDouble());
     QVERIFY(f.requestAndSettle(client, req(L::volume, { { L::value, 30 } })));
     QCOMPARE(client->framesWith(L::volume).size(), 1);
     QVERIFY(f.platform->calls.contains(QStringLiteral("setVolume(30)")));
@@ -952,7 +952,7 @@ void TestHandlers::volumeQueryAndSet()
     emit f.platform->volumeChanged();
     QTRY_COMPARE(client->framesWith(L::volume).size(), 2);
     QTRY_COMPARE(other->framesWith(L::volume).size(), 1);
-    QCOMPARE(other->framesWith(L::volume).at(0).object,
+    QCOMPARE(other->framesWith(L::volume).at(0).object(),
         QJsonObject({ { L::method, L::volume }, { L::value, 30 } }));
 }
 
@@ -977,8 +977,8 @@ void TestHandlers::muteIsBoolean()
     QVERIFY(client);
     const auto reply = f.request(client, req(L::volumeMute), L::volumeMute);
     QVERIFY(reply);
-    QVERIFY(reply->object.value(L::value).isBool());
-    QCOMPARE(reply->object.value(L::value).toBool(), true);
+    QVERIFY(reply->object().value(L::value).isBool());
+    QCOMPARE(reply->object().value(L::value).toBool(), true);
     QVERIFY(f.requestAndSettle(client, req(L::volumeMute, { { L::value, 1 } })));
     QVERIFY(f.platform->calls.contains(QStringLiteral("setVolumeMute(false)")));
     QVERIFY(f.requestAndSettle(client, req(L::volumeMute, { { L::value, true } })));
@@ -994,13 +994,13 @@ void TestHandlers::brightnessQueryAndSet()
     QVERIFY(client);
     const auto reply = f.request(client, req(L::brightness), L::brightness);
     QVERIFY(reply);
-    QCOMPARE(reply->object.value(L::value).toInt(), 70);
+    QCOMPARE(reply->object().value(L::value).toInt(), 70);
     QVERIFY(f.requestAndSettle(client, req(L::brightness, { { L::value, 20 } })));
     QVERIFY(f.platform->calls.contains(QStringLiteral("setBrightness(20)")));
     f.platform->brightness = 20;
     emit f.platform->brightnessChanged();
     QTRY_COMPARE(client->framesWith(L::brightness).size(), 2);
-    QCOMPARE(client->framesWith(L::brightness).at(1).object.value(L::value).toInt(), 20);
+    QCOMPARE(client->framesWith(L::brightness).at(1).object().value(L::value).toInt(), 20);
 }
 
 void TestHandlers::lockFalseDoesNothing()
@@ -1016,11 +1016,11 @@ void TestHandlers::lockFalseDoesNothing()
     QVERIFY(f.platform->calls.contains(QStringLiteral("lockScreen")));
     const auto state = f.request(client, req(L::screenLock), L::screenLock);
     QVERIFY(state);
-    QCOMPARE(state->object, QJsonObject({ { L::method, L::screenLock }, { L::value, false } }));
+    QCOMPARE(state->object(), QJsonObject({ { L::method, L::screenLock }, { L::value, false } }));
     f.platform->locked = true;
     emit f.platform->screenLockChanged();
     QTRY_COMPARE(client->framesWith(L::screenLock).size(), 2);
-    QCOMPARE(client->framesWith(L::screenLock).at(1).object.value(L::value).toBool(), true);
+    QCOMPARE(client->framesWith(L::screenLock).at(1).object().value(L::value).toBool(), true);
 }
 
 void TestHandlers::unsupportedList()
@@ -1031,12 +1031,12 @@ void TestHandlers::unsupportedList()
     QVERIFY(client);
     const auto empty = f.request(client, req(L::unsupported), L::unsupported);
     QVERIFY(empty);
-    QCOMPARE(
-        empty->object, QJsonObject({ { L::method, L::unsupported }, { L::value, QJsonArray() } }));
+    QCOMPARE(empty->object(),
+        QJsonObject({ { L::method, L::unsupported }, { L::value, QJsonArray() } }));
     const int before = client->framesWith(L::unsupported).size();
     f.platform->setUnsupportedList({ L::brightness, L::appMenu });
     QTRY_COMPARE(client->framesWith(L::unsupported).size(), before + 1);
-    QCOMPARE(client->framesWith(L::unsupported).last().object.value(L::value).toArray(),
+    QCOMPARE(client->framesWith(L::unsupported).last().object().value(L::value).toArray(),
         (QJsonArray { L::brightness, L::appMenu }));
 }
 

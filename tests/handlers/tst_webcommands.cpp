@@ -136,7 +136,7 @@ void TestWebCommands::commandsAnsweredOnceLoaded()
     client->send(req(L::appCommands, { { L::id, QStringLiteral("org.slow") } }));
     QTRY_COMPARE(client->framesWith(L::appCommands).size(), 1);
     const Frame reply = client->framesWith(L::appCommands).at(0);
-    QCOMPARE(reply.object,
+    QCOMPARE(reply.object(),
         QJsonObject({ { L::method, L::appCommands }, { L::id, QStringLiteral("org.slow") } }));
     QCOMPARE(reply.parts.size(), 1);
     QCOMPARE(reply.parts.at(0).first, qint8(Server::Json));
@@ -222,10 +222,11 @@ void TestWebCommands::siteCommandsOncePerHost()
     browser->onBrowserUrlChanged(QStringLiteral("https://example.org/two?x=1"));
     browser->onBrowserUrlChanged(QStringLiteral("https://other.org/"));
     QTRY_COMPARE(client->framesWith(L::siteCommands).size(), 2);
-    QCOMPARE(client->framesWith(L::siteCommands).at(0).object,
+    QCOMPARE(client->framesWith(L::siteCommands).at(0).object(),
         QJsonObject({ { L::method, L::siteCommands }, { L::id, QStringLiteral("org.browser") },
             { QStringLiteral("c"), QJsonArray { QStringLiteral("find") } } }));
-    QCOMPARE(client->framesWith(L::siteCommands).at(1).object.value(QStringLiteral("c")).toArray(),
+    QCOMPARE(
+        client->framesWith(L::siteCommands).at(1).object().value(QStringLiteral("c")).toArray(),
         QJsonArray { QStringLiteral("other") });
     // Leaving the application forgets the site: coming back sends it again.
     browser->setCurrent(false);
@@ -243,7 +244,7 @@ void TestWebCommands::hostWithoutDocumentClearsSite()
     QVERIFY(client);
     browser->onBrowserUrlChanged(QStringLiteral("https://unknown.example/page"));
     QTRY_COMPARE(client->framesWith(L::siteCommands).size(), 1);
-    QCOMPARE(client->framesWith(L::siteCommands).at(0).object,
+    QCOMPARE(client->framesWith(L::siteCommands).at(0).object(),
         QJsonObject({ { L::method, L::siteCommands }, { L::id, QStringLiteral("org.browser") } }));
     QCOMPARE(browser->siteHost, QStringLiteral("unknown.example"));
 }
@@ -298,7 +299,7 @@ void TestWebCommands::iconBytesPassedThrough()
         req(L::commandIcon, { { L::id, QStringLiteral("find") }, { L::size, 64 } }),
         L::commandIcon);
     QVERIFY(reply);
-    QCOMPARE(reply->object,
+    QCOMPARE(reply->object(),
         QJsonObject(
             { { L::method, L::commandIcon }, { L::id, QStringLiteral("find") }, { L::size, 64 } }));
     QCOMPARE(reply->parts.at(0).first, qint8(Server::Png));

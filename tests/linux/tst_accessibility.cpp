@@ -261,8 +261,8 @@ QList<Frame> TestAccessibility::focusFrames(int from, const QString &id) const
     QList<Frame> frames = client->framesWith(L::focusedElement).mid(from);
     frames.erase(std::remove_if(frames.begin(), frames.end(),
                      [&](const Frame &frame) {
-                         return frame.object.value(L::id).toString() != id
-                             || !frame.object.contains(L::role);
+                         return frame.object().value(L::id).toString() != id
+                             || !frame.object().contains(L::role);
                      }),
         frames.end());
     return frames;
@@ -403,19 +403,19 @@ void TestAccessibility::focusedElement()
     QVERIFY(leaveAndReturn(testApp));
     auto last = [&](const QString &role) {
         const QList<Frame> frames = focusFrames(from, app->id);
-        return !frames.isEmpty() && frames.last().object.value(L::role).toString() == role;
+        return !frames.isEmpty() && frames.last().object().value(L::role).toString() == role;
     };
     // What was pushed, for failure messages.
     auto seen = [&] {
         QStringList roles;
         const QList<Frame> frames = focusFrames(from, app->id);
         for (const Frame &frame : frames)
-            roles << frame.object.value(L::role).toString() + QLatin1Char(':')
-                    + frame.object.value(L::name).toString();
+            roles << frame.object().value(L::role).toString() + QLatin1Char(':')
+                    + frame.object().value(L::name).toString();
         return roles.join(QLatin1Char(' ')).toUtf8();
     };
     QTRY_VERIFY2(last(QStringLiteral("Text")), seen().constData());
-    QJsonObject entry = focusFrames(from, app->id).last().object;
+    QJsonObject entry = focusFrames(from, app->id).last().object();
     QCOMPARE(entry.value(L::id).toString(), app->id);
     QCOMPARE(entry.value(L::name).toString(), QStringLiteral("Search"));
     QCOMPARE(entry.value(L::value).toString(), QStringLiteral("hello world"));
@@ -425,14 +425,14 @@ void TestAccessibility::focusedElement()
     // The text area: two lines are shown shortened, and asked for, the value comes whole.
     run(QStringLiteral("xdotool"), { QStringLiteral("key"), QStringLiteral("Tab") });
     QTRY_VERIFY2(last(QStringLiteral("TextArea")), seen().constData());
-    const QJsonObject area = focusFrames(from, app->id).last().object;
+    const QJsonObject area = focusFrames(from, app->id).last().object();
     QCOMPARE(area.value(L::name).toString(), QStringLiteral("Notes"));
     QCOMPARE(area.value(L::value).toString(), QStringLiteral("first line..."));
     QVERIFY(!area.value(L::properties).toObject().contains(L::index));
     const int asked = client->framesWith(L::focusedElement).size();
     send(QJsonObject { { L::method, L::focusValue }, { L::id, app->id } });
     QTRY_COMPARE(client->framesWith(L::focusedElement).size(), asked + 1);
-    QCOMPARE(client->framesWith(L::focusedElement).last().object.value(L::value).toString(),
+    QCOMPARE(client->framesWith(L::focusedElement).last().object().value(L::value).toString(),
         QStringLiteral("first line\nsecond line"));
 
     // Setting the value replaces the text in the application.
@@ -443,7 +443,7 @@ void TestAccessibility::focusedElement()
     // On to the button, which "pf" presses.
     run(QStringLiteral("xdotool"), { QStringLiteral("key"), leave });
     QTRY_VERIFY2(last(QStringLiteral("Button")), seen().constData());
-    QCOMPARE(focusFrames(from, app->id).last().object.value(L::name).toString(),
+    QCOMPARE(focusFrames(from, app->id).last().object().value(L::name).toString(),
         QStringLiteral("Press Me"));
     send(QJsonObject { { L::method, L::performFocus }, { L::id, app->id } });
     QTRY_VERIFY(testApp->lines().contains(QStringLiteral("button")));
@@ -470,7 +470,7 @@ void TestAccessibility::focusMovedQuickly()
         { "area", QStringLiteral("TextArea") }, { "button", QStringLiteral("Button") } };
     const auto lastRole = [&] {
         const QList<Frame> frames = focusFrames(from, app->id);
-        return frames.isEmpty() ? QString() : frames.last().object.value(L::role).toString();
+        return frames.isEmpty() ? QString() : frames.last().object().value(L::role).toString();
     };
     // Starting on the area, so that the first move is one.
     testApp->process.write("focus area\n");
@@ -483,7 +483,7 @@ void TestAccessibility::focusMovedQuickly()
     const QList<Frame> frames = focusFrames(from, app->id);
     QVERIFY(frames.size() >= 100);
     for (const Frame &frame : frames) {
-        const QJsonObject object = frame.object;
+        const QJsonObject object = frame.object();
         const QString role = object.value(L::role).toString();
         const QByteArray seen = frame.json;
         if (role == QLatin1String("Text")) {
@@ -524,7 +524,7 @@ void TestAccessibility::browserPage()
     send(QJsonObject { { L::method, L::appCommands }, { L::id, app->id } });
     QTRY_VERIFY2(app->browser, qPrintable(app->id + QString::number(fixture.requests.size())));
     QTRY_COMPARE(client->framesWith(L::siteCommands).size(), from + 1);
-    QCOMPARE(client->framesWith(L::siteCommands).last().object,
+    QCOMPARE(client->framesWith(L::siteCommands).last().object(),
         (QJsonObject { { L::method, L::siteCommands }, { L::id, app->id },
             { QStringLiteral("c"), QJsonArray { QStringLiteral("find") } } }));
 
@@ -538,7 +538,7 @@ void TestAccessibility::browserPage()
     // Another site: the next poll (every five seconds) pushes its commands.
     testApp->process.write("url https://other.org/\n");
     QTRY_VERIFY_WITH_TIMEOUT(client->framesWith(L::siteCommands).size() == from + 2, 8000);
-    QCOMPARE(client->framesWith(L::siteCommands).last().object.value(QStringLiteral("c")),
+    QCOMPARE(client->framesWith(L::siteCommands).last().object().value(QStringLiteral("c")),
         QJsonValue(QJsonArray { QStringLiteral("other") }));
     // The same address again tells nobody anything.
     app->pollBrowser();
@@ -560,7 +560,7 @@ void TestAccessibility::browserPage()
     QCOMPARE(current(testApp), app);
     QVERIFY(app->isPollingBrowser());
     QTRY_COMPARE(client->framesWith(L::siteCommands).size(), from + 3);
-    QCOMPARE(client->framesWith(L::siteCommands).last().object.value(QStringLiteral("c")),
+    QCOMPARE(client->framesWith(L::siteCommands).last().object().value(QStringLiteral("c")),
         QJsonValue(QJsonArray { QStringLiteral("other") }));
 }
 

@@ -464,7 +464,7 @@ void TestLinuxPlatform::installedAppsOverTheWire()
     QTRY_VERIFY(!client.framesWith(L::installedApps).isEmpty());
     bool found = false;
     for (const QJsonValue &app :
-        client.framesWith(L::installedApps).last().object.value(L::apps).toArray()) {
+        client.framesWith(L::installedApps).last().object().value(L::apps).toArray()) {
         if (app.toObject().value(L::id).toString() == QLatin1String("org.velm.Zebra")) {
             found = true;
             QCOMPARE(app.toObject().value(L::name).toString(), QStringLiteral("Zebra Tool"));

@@ -155,7 +155,7 @@ void TestPortalSession::unsupportedListsWhatCannotBeDone()
     QTRY_VERIFY(!client->framesWith(L::unsupported).isEmpty());
     QStringList listed;
     for (const QJsonValue &code :
-        client->framesWith(L::unsupported).last().object.value(L::value).toArray()) {
+        client->framesWith(L::unsupported).last().object().value(L::value).toArray()) {
         if (windowCodes.contains(code.toString()))
             listed << code.toString();
     }
@@ -171,7 +171,7 @@ void TestPortalSession::runningAndFrontFromTheAccessibilityBus()
     QVERIFY(gtkLinuxApp->running);
     QTRY_COMPARE_WITH_TIMEOUT(platform->getCurrentApp(), static_cast<App *>(gtkLinuxApp), 10000);
     QTRY_COMPARE(
-        client->framesWith(L::currentApp).last().object.value(L::id).toString(), gtkLinuxApp->id);
+        client->framesWith(L::currentApp).last().object().value(L::id).toString(), gtkLinuxApp->id);
 
     QProcess *qt = startApp({ qtApp });
     QTRY_VERIFY_WITH_TIMEOUT(appOf(qt), 15000);
@@ -179,7 +179,7 @@ void TestPortalSession::runningAndFrontFromTheAccessibilityBus()
     QVERIFY(qtLinuxApp != gtkLinuxApp);
     QTRY_COMPARE_WITH_TIMEOUT(platform->getCurrentApp(), static_cast<App *>(qtLinuxApp), 10000);
     QTRY_COMPARE(
-        client->framesWith(L::currentApp).last().object.value(L::id).toString(), qtLinuxApp->id);
+        client->framesWith(L::currentApp).last().object().value(L::id).toString(), qtLinuxApp->id);
 
     // The window manager brings the GTK window back: its toolkit says so, and so do we.
     const QString window = run(QStringLiteral("xdotool"),
@@ -188,7 +188,7 @@ void TestPortalSession::runningAndFrontFromTheAccessibilityBus()
     run(QStringLiteral("xdotool"), { QStringLiteral("windowactivate"), window });
     QTRY_COMPARE_WITH_TIMEOUT(platform->getCurrentApp(), static_cast<App *>(gtkLinuxApp), 10000);
     QTRY_COMPARE(
-        client->framesWith(L::currentApp).last().object.value(L::id).toString(), gtkLinuxApp->id);
+        client->framesWith(L::currentApp).last().object().value(L::id).toString(), gtkLinuxApp->id);
 
     // Its window closes: the application stops running.
     qt->kill();

@@ -30,7 +30,7 @@ bool hasFrame(ProtocolClient *client, const QString &code, const QJsonValue &val
 {
     const QList<Frame> frames = client->framesWith(code);
     for (int i = from; i < frames.size(); ++i) {
-        if (frames.at(i).object.value(L::value) == value)
+        if (frames.at(i).object().value(L::value) == value)
             return true;
     }
     return false;
@@ -39,7 +39,7 @@ bool hasFrame(ProtocolClient *client, const QString &code, const QJsonValue &val
 QStringList unsupportedIn(const Frame &frame)
 {
     QStringList codes;
-    for (const QJsonValue &code : frame.object.value(L::value).toArray())
+    for (const QJsonValue &code : frame.object().value(L::value).toArray())
         codes << code.toString();
     return codes;
 }
@@ -114,7 +114,7 @@ void TestPulseAudio::readAndPushed()
     const int asked = phone->framesWith(L::volume).size();
     phone->send(QJsonObject { { L::method, L::volume } });
     QTRY_VERIFY(phone->framesWith(L::volume).size() > asked);
-    QCOMPARE(phone->framesWith(L::volume).last().object.value(L::value).toInt(), 40);
+    QCOMPARE(phone->framesWith(L::volume).last().object().value(L::value).toInt(), 40);
 }
 
 void TestPulseAudio::setThroughTheServer()
@@ -191,7 +191,7 @@ void TestPulseAudio::mute()
     const int asked = phone->framesWith(L::volumeMute).size();
     phone->send(QJsonObject { { L::method, L::volumeMute } });
     QTRY_VERIFY(phone->framesWith(L::volumeMute).size() > asked);
-    QCOMPARE(phone->framesWith(L::volumeMute).last().object.value(L::value).toBool(), true);
+    QCOMPARE(phone->framesWith(L::volumeMute).last().object().value(L::value).toBool(), true);
     // Unmuted outside the program: pushed too, and the volume along with it.
     const int volumes = tablet->framesWith(L::volume).size();
     pactl({ QStringLiteral("set-sink-mute"), QStringLiteral("velm_null"), QStringLiteral("0") });

@@ -87,7 +87,7 @@ QList<QJsonValue> valuesOf(ProtocolClient *client, const QString &code, int from
     QList<QJsonValue> values;
     const QList<Frame> frames = client->framesWith(code);
     for (int i = from; i < frames.size(); ++i)
-        values << frames.at(i).object.value(L::value);
+        values << frames.at(i).object().value(L::value);
     return values;
 }
 

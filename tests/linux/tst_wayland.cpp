@@ -287,7 +287,7 @@ void TestWayland::unsupportedListsWhatTheCompositorCannotDo()
     QTRY_VERIFY(!client->framesWith(L::unsupported).isEmpty());
     QStringList windowListed, menuListed;
     for (const QJsonValue &code :
-        client->framesWith(L::unsupported).last().object.value(L::value).toArray()) {
+        client->framesWith(L::unsupported).last().object().value(L::value).toArray()) {
         if (windowCodes.contains(code.toString()))
             windowListed << code.toString();
         if (menuCodes.contains(code.toString()))
@@ -330,7 +330,7 @@ void TestWayland::runningAndFrontFollowedWithPushes()
     QTRY_VERIFY(client->framesWith(L::currentApp).size() > currentPushes);
     // The end of an earlier window may be announced late; the last word is this one.
     QTRY_COMPARE(
-        client->framesWith(L::currentApp).last().object.value(L::id).toString(), probe.entry);
+        client->framesWith(L::currentApp).last().object().value(L::id).toString(), probe.entry);
 
     // It ends: no longer running, once.
     QSignalSpy terminated(platform, &Platform::appTerminated);
@@ -355,7 +355,7 @@ void TestWayland::activationSwitchesTheFront()
     QTRY_COMPARE(platform->getCurrentApp(), static_cast<App *>(app(qtProbe.entry)));
     QTRY_VERIFY(client->framesWith(L::currentApp).size() > currentPushes);
     QTRY_COMPARE(
-        client->framesWith(L::currentApp).last().object.value(L::id).toString(), qtProbe.entry);
+        client->framesWith(L::currentApp).last().object().value(L::id).toString(), qtProbe.entry);
     // Focus changed by the compositor itself is followed too.
     if (onSway)
         swaymsg({ QStringLiteral("[app_id=\"%1\"] focus").arg(gtkProbe.appId) });
@@ -364,7 +364,7 @@ void TestWayland::activationSwitchesTheFront()
     QTRY_COMPARE(focusedAppId(), gtkProbe.appId);
     QTRY_COMPARE(platform->getCurrentApp(), static_cast<App *>(app(gtkProbe.entry)));
     QTRY_COMPARE(
-        client->framesWith(L::currentApp).last().object.value(L::id).toString(), gtkProbe.entry);
+        client->framesWith(L::currentApp).last().object().value(L::id).toString(), gtkProbe.entry);
 }
 
 void TestWayland::closeAndQuit_data()

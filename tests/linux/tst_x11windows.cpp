@@ -219,7 +219,7 @@ void TestX11Windows::installedListOverTheWire()
     client->send(QJsonObject { { L::method, L::installedApps } });
     QTRY_VERIFY(!client->framesWith(L::installedApps).isEmpty());
     const QJsonArray apps
-        = client->framesWith(L::installedApps).last().object.value(L::apps).toArray();
+        = client->framesWith(L::installedApps).last().object().value(L::apps).toArray();
     QStringList ids;
     for (const QJsonValue &entry : apps)
         ids << entry.toObject().value(L::id).toString();
@@ -260,7 +260,7 @@ void TestX11Windows::activateLaunchesAndFollowsTheFront()
     QTRY_COMPARE(activeWindow(), probe->window);
     QTRY_COMPARE(platform->getCurrentApp(), static_cast<App *>(probeApp));
     QTRY_VERIFY(client->framesWith(L::currentApp).size() > currentPushes);
-    QCOMPARE(client->framesWith(L::currentApp).last().object.value(L::id).toString(),
+    QCOMPARE(client->framesWith(L::currentApp).last().object().value(L::id).toString(),
         QStringLiteral("velm-probe"));
     // "ia" shows it running, first (most recently started).
     const int before = client->framesWith(L::installedApps).size();
@@ -268,7 +268,8 @@ void TestX11Windows::activateLaunchesAndFollowsTheFront()
     QTRY_VERIFY(client->framesWith(L::installedApps).size() > before);
     const QJsonObject first = client->framesWith(L::installedApps)
                                   .last()
-                                  .object.value(L::apps)
+                                  .object()
+                                  .value(L::apps)
                                   .toArray()
                                   .first()
                                   .toObject();
@@ -309,7 +310,7 @@ void TestX11Windows::programWithoutEntryIsListedFromItsWindow()
     QTRY_VERIFY(client->framesWith(L::installedApps).size() > before);
     bool listed = false;
     for (const QJsonValue &entry :
-        client->framesWith(L::installedApps).last().object.value(L::apps).toArray())
+        client->framesWith(L::installedApps).last().object().value(L::apps).toArray())
         listed |= entry.toObject().value(L::id).toString() == QLatin1String("orphan")
             && entry.toObject().value(L::status).toString() == L::running;
     QVERIFY(listed);

@@ -207,7 +207,7 @@ void TestModel::focusRoleBroadcast()
         { { QStringLiteral("multiline"), true } });
     QCOMPARE(app.focusValue, QStringLiteral("ab\ncd"));
     QTRY_COMPARE(client.framesWith(L::focusedElement).size(), 1);
-    QCOMPARE(client.framesWith(L::focusedElement).at(0).object,
+    QCOMPARE(client.framesWith(L::focusedElement).at(0).object(),
         QJsonObject({ { L::method, L::focusedElement }, { L::id, QStringLiteral("editor") },
             { L::role, QStringLiteral("TextArea") }, { L::name, QStringLiteral("Body") },
             { L::value, QStringLiteral("ab...") },
@@ -215,7 +215,7 @@ void TestModel::focusRoleBroadcast()
     // Fewer than four characters: sent as they are.
     app.setFocusRole(App::Text, QString(), QStringLiteral("a\nb"), {});
     QTRY_COMPARE(client.framesWith(L::focusedElement).size(), 2);
-    QCOMPARE(client.framesWith(L::focusedElement).at(1).object.value(L::value).toString(),
+    QCOMPARE(client.framesWith(L::focusedElement).at(1).object().value(L::value).toString(),
         QStringLiteral("a\nb"));
     App::setServer(nullptr);
 }

@@ -196,7 +196,7 @@ void TestDispatch::encryptedRequestAndReply()
     QCOMPARE(handler->calls.at(0).message, request);
     const Frame reply = known.framesWith(QStringLiteral("echo")).at(0);
     QVERIFY(reply.encrypted);
-    QCOMPARE(reply.object, request);
+    QCOMPARE(reply.object(), request);
 }
 
 void TestDispatch::encryptionRoundTrip()

@@ -24,6 +24,8 @@ private slots:
     void compactWritesAsQt_data();
     void compactWritesAsQt();
     void compactWritesRandomObjectsAsQt();
+    void fieldsWriteAsTheirObject();
+    void fieldsOfEveryKind();
 };
 
 void TestJson::repeatedContainerKeys_data()
@@ -210,6 +212,94 @@ void TestJson::compactWritesRandomObjectsAsQt()
         const QJsonObject parsed = QJsonDocument::fromJson(expected).object();
         QCOMPARE(Json::compact(parsed), QJsonDocument(parsed).toJson(QJsonDocument::Compact));
     }
+}
+
+namespace {
+// Fields are given as a braced list, so a list of any length is spelled out here.
+QByteArray compactFields(const QString &method, const QVector<Json::Field> &f)
+{
+    switch (f.size()) {
+    case 0:
+        return Json::compact(method, {});
+    case 1:
+        return Json::compact(method, { f[0] });
+    case 2:
+        return Json::compact(method, { f[0], f[1] });
+    case 3:
+        return Json::compact(method, { f[0], f[1], f[2] });
+    case 4:
+        return Json::compact(method, { f[0], f[1], f[2], f[3] });
+    case 5:
+        return Json::compact(method, { f[0], f[1], f[2], f[3], f[4] });
+    default:
+        return Json::compact(method, { f[0], f[1], f[2], f[3], f[4], f[5] });
+    }
+}
+} // namespace
+
+void TestJson::fieldsWriteAsTheirObject()
+{
+    QRandomGenerator random(20261124);
+    // Keys before, at and after "_" in Qt's order, and repeated ones.
+    const QStringList keys { QStringLiteral("_"), QStringLiteral("a"), QStringLiteral("i"),
+        QStringLiteral("Z"), QStringLiteral("~"), QString(), QStringLiteral("_a"),
+        QStringLiteral("é"), QStringLiteral("\u00ff"), QString::fromUcs4(U"𝄞") };
+    const QVector<QJsonValue> values { QJsonValue(QJsonValue::Undefined), QJsonValue(),
+        QJsonValue(true), QJsonValue(false), QJsonValue(0), QJsonValue(-12), QJsonValue(2.5),
+        QJsonValue(3.0), QJsonValue(qint64(1) << 60), QJsonValue(1e300),
+        QJsonValue(QStringLiteral("text")), QJsonValue(QStringLiteral("\"é\n")),
+        QJsonValue(QJsonArray { 1, QStringLiteral("x") }),
+        QJsonValue(QJsonObject { { QStringLiteral("b"), 1 } }) };
+    const QStringList strings { QString(), QStringLiteral("ks"), QStringLiteral("Ünï\tcødé"),
+        QString(QChar(0xd800)) };
+    for (int round = 0; round < 3000; ++round) {
+        const int count = random.bounded(7);
+        QVector<QString> fieldKeys;
+        QVector<QString> fieldStrings;
+        QVector<QJsonValue> fieldValues;
+        QVector<bool> isString;
+        for (int i = 0; i < count; ++i) {
+            fieldKeys.append(keys.at(random.bounded(keys.size())));
+            isString.append(random.bounded(3) == 0);
+            fieldStrings.append(strings.at(random.bounded(strings.size())));
+            fieldValues.append(values.at(random.bounded(values.size())));
+        }
+        QJsonObject object;
+        QVector<Json::Field> fields;
+        for (int i = 0; i < count; ++i) {
+            if (isString[i]) {
+                object.insert(fieldKeys[i], fieldStrings[i]);
+                fields.append(Json::Field(fieldKeys[i], fieldStrings[i]));
+            } else {
+                object.insert(fieldKeys[i], fieldValues[i]);
+                fields.append(Json::Field(fieldKeys[i], fieldValues[i]));
+            }
+        }
+        const QString method = strings.at(random.bounded(strings.size()));
+        object.insert(QStringLiteral("_"), method);
+        const QByteArray written = compactFields(method, fields);
+        QCOMPARE(written, QJsonDocument(object).toJson(QJsonDocument::Compact));
+    }
+}
+
+void TestJson::fieldsOfEveryKind()
+{
+    // As handlers write them: values converted where they are given.
+    const QString id = QStringLiteral("org.kde.dolphin");
+    const QByteArray written = Json::compact(QStringLiteral("fv"),
+        { { QStringLiteral("v"), 42 }, { QStringLiteral("b"), true }, { QStringLiteral("i"), id },
+            { QStringLiteral("d"), 0.25 },
+            { QStringLiteral("l"), QJsonArray::fromStringList({ QStringLiteral("x") }) },
+            { QStringLiteral("t"), QStringLiteral("made here") } });
+    const QJsonObject object { { QStringLiteral("v"), 42 }, { QStringLiteral("b"), true },
+        { QStringLiteral("i"), id }, { QStringLiteral("d"), 0.25 },
+        { QStringLiteral("l"), QJsonArray::fromStringList({ QStringLiteral("x") }) },
+        { QStringLiteral("t"), QStringLiteral("made here") },
+        { QStringLiteral("_"), QStringLiteral("fv") } };
+    QCOMPARE(written, QJsonDocument(object).toJson(QJsonDocument::Compact));
+    QCOMPARE(written,
+        QByteArray(R"({"_":"fv","b":true,"d":0.25,"i":"org.kde.dolphin","l":["x"],)"
+                   R"("t":"made here","v":42})"));
 }
 
 QTEST_GUILESS_MAIN(TestJson)

@@ -74,18 +74,18 @@ void TestPairing::newDeviceApproved()
     QCOMPARE(prompts.at(0).at(2).toString(), QStringLiteral("127.0.0.1"));
     QCOMPARE(prompts.at(0).at(3).toString(), QStringLiteral("127.0.0.1"));
     QTRY_COMPARE(phone.frames.size(), 1);
-    QCOMPARE(phone.frames.at(0).object, QJsonObject({ { L::method, L::waitingForAuth } }));
+    QCOMPARE(phone.frames.at(0).object(), QJsonObject({ { L::method, L::waitingForAuth } }));
     QVERIFY(!phone.frames.at(0).encrypted);
 
     server->setAuthorization(QStringLiteral("phone-1"), true);
     QTRY_COMPARE(phone.frames.size(), 3);
-    const QString token = phone.frames.at(1).object.value(L::token).toString();
+    const QString token = phone.frames.at(1).object().value(L::token).toString();
     QCOMPARE(phone.frames.at(1).method(), L::auth);
     QCOMPARE(token.size(), 32);
     QCOMPARE(storedToken(QStringLiteral("phone-1")), token);
     // The connection stays unencrypted to its end.
     QCOMPARE(
-        phone.frames.at(2).object, QJsonObject({ { L::method, L::auth }, { L::value, true } }));
+        phone.frames.at(2).object(), QJsonObject({ { L::method, L::auth }, { L::value, true } }));
     QVERIFY(!phone.frames.at(2).encrypted);
     QCOMPARE(counts.size(), 1);
     QCOMPARE(counts.at(0).at(0).toInt(), 1);
@@ -126,12 +126,12 @@ void TestPairing::approvedDeviceReconnectsEncrypted()
     QCOMPARE(again.frames.size(), 2);
     // The session token comes in plain text, the confirmation encrypted.
     QCOMPARE(again.frames.at(0).method(), L::auth);
-    QCOMPARE(again.frames.at(0).object.value(L::sessionToken).toString().size(), 32);
+    QCOMPARE(again.frames.at(0).object().value(L::sessionToken).toString().size(), 32);
     QVERIFY(!again.frames.at(0).encrypted);
     QCOMPARE(again.frames.at(0).json, again.frames.at(0).body);
     QVERIFY(again.frames.at(1).encrypted);
     QCOMPARE(
-        again.frames.at(1).object, QJsonObject({ { L::method, L::auth }, { L::value, true } }));
+        again.frames.at(1).object(), QJsonObject({ { L::method, L::auth }, { L::value, true } }));
     QCOMPARE(server->getClients().size(), 1);
     QCOMPARE(
         server->getClients().at(0)->property(Server::aesKeyProperty).toByteArray(), again.key());
@@ -288,10 +288,10 @@ void TestPairing::answerGoesToWhicheverSocketIsPending()
     // The user answers the prompt that named the first device.
     server->setAuthorization(QStringLiteral("first"), true);
     QTRY_COMPARE(second.frames.size(), 3);
-    QCOMPARE(second.frames.at(1).object.value(L::token).toString(),
+    QCOMPARE(second.frames.at(1).object().value(L::token).toString(),
         storedToken(QStringLiteral("first")));
     QVERIFY(!server->isAuthorized(QStringLiteral("second")));
-    QCOMPARE(second.frames.at(2).object.value(L::value).toBool(), true);
+    QCOMPARE(second.frames.at(2).object().value(L::value).toBool(), true);
     QCOMPARE(counts.size(), 1);
     QCOMPARE(server->getClients().size(), 1);
 }

@@ -193,7 +193,7 @@ void TestServer::broadcastReachesAuthenticatedOnly()
     // before it.
     server.sendMessage(watcher.sockets.at(1), QStringLiteral("marker"), QJsonObject());
     QTRY_COMPARE(known.framesWith(L::brightness).size(), 1);
-    QCOMPARE(known.framesWith(L::brightness).at(0).object.value(L::value).toDouble(), 0.5);
+    QCOMPARE(known.framesWith(L::brightness).at(0).object().value(L::value).toDouble(), 0.5);
     QTRY_COMPARE(stranger.framesWith(QStringLiteral("marker")).size(), 1);
     QCOMPARE(stranger.framesWith(L::brightness).size(), 0);
 }
@@ -321,7 +321,7 @@ void TestServer::sendMessageReplacesMethod()
         QJsonObject { { L::method, QStringLiteral("x") }, { L::id, QStringLiteral("a") } });
     QTRY_COMPARE(client.frames.size(), 2);
     QCOMPARE(client.frames.at(1).method(), L::currentApp);
-    QCOMPARE(client.frames.at(1).object.value(L::id).toString(), QStringLiteral("a"));
+    QCOMPARE(client.frames.at(1).object().value(L::id).toString(), QStringLiteral("a"));
 }
 
 void TestServer::broadcastMethodOnly()
@@ -334,7 +334,7 @@ void TestServer::broadcastMethodOnly()
     QVERIFY(Pairing::connectAuthenticated(known, listeningPort(&server)));
     server.broadcastMessage(L::screenLock);
     QTRY_COMPARE(known.framesWith(L::screenLock).size(), 1);
-    QCOMPARE(known.framesWith(L::screenLock).at(0).object,
+    QCOMPARE(known.framesWith(L::screenLock).at(0).object(),
         QJsonObject({ { L::method, L::screenLock } }));
 }
 

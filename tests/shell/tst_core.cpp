@@ -160,7 +160,7 @@ void TestCore::clientMemoryReleasedAfterTheLastLeaves()
     QVERIFY(three);
     const auto again = askIcon(three, 32);
     QVERIFY(again);
-    QCOMPARE(again->object.value(L::size).toInt(), 32);
+    QCOMPARE(again->object().value(L::size).toInt(), 32);
     QCOMPARE(app->keptIconPngs(), 1);
 }
 

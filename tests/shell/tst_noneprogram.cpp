@@ -37,7 +37,7 @@ void TestNoneProgram::servesFilesAndSaysWhatItCannotDo()
     QVERIFY(QDir(folder.path()).mkdir(QStringLiteral("Pictures")));
     phone.send(QJsonObject { { L::method, L::directoryListing }, { L::path, folder.path() } });
     QTRY_COMPARE(phone.framesWith(L::directoryListing).size(), 1);
-    QCOMPARE(phone.framesWith(L::directoryListing).at(0).object.value(L::files).toArray(),
+    QCOMPARE(phone.framesWith(L::directoryListing).at(0).object().value(L::files).toArray(),
         (QJsonArray { QJsonObject { { L::name, QStringLiteral("Pictures") },
                           { L::type, QStringLiteral("d") } },
             QJsonObject { { L::name, QStringLiteral("notes.txt") } } }));
@@ -46,7 +46,7 @@ void TestNoneProgram::servesFilesAndSaysWhatItCannotDo()
     QTRY_COMPARE(phone.framesWith(L::unsupported).size(), 1);
     QStringList codes;
     for (const QJsonValue &code :
-        phone.framesWith(L::unsupported).at(0).object.value(L::value).toArray())
+        phone.framesWith(L::unsupported).at(0).object().value(L::value).toArray())
         codes << code.toString();
     // Everything that takes a desktop backend.
     const QStringList backend { L::installedApps, L::currentApp, L::appIcon, L::activateApp,

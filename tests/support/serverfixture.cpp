@@ -12,15 +12,15 @@ RecordingHandler::RecordingHandler(Server *server, const QString &name)
     : MessageHandler(server, name)
 { }
 
-void RecordingHandler::handle(const QJsonObject &message, QWebSocket *socket)
+void RecordingHandler::handle(const Request &message, QWebSocket *socket)
 {
-    calls.append({ message, socket });
+    calls.append({ message.toObject(), socket });
     if (!reply)
         return;
     if (message.isEmpty())
-        server->sendMessage(socket, name, QJsonObject { { L::name, calls.size() } });
+        server->sendMessage(socket, name, { { L::name, calls.size() } });
     else
-        server->sendMessage(socket, name, QJsonObject(message));
+        server->sendMessage(socket, name, message.toObject());
 }
 
 SocketWatcher::SocketWatcher(Server *server)

@@ -19,7 +19,7 @@ class RecordingHandler : public MessageHandler
 public:
     RecordingHandler(Server *server, const QString &name);
 
-    void handle(const QJsonObject &message, QWebSocket *socket) override;
+    void handle(const Request &message, QWebSocket *socket) override;
 
     struct Call
     {

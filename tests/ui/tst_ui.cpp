@@ -195,7 +195,7 @@ void TestUI::authorizeClickedOnScreen()
     QVERIFY(clickOn(authorize));
     QTRY_VERIFY(fixture->core->server->getClients().size() == 1);
     QTRY_COMPARE(phone->frames.size(), 3);
-    const QString token = phone->frames.at(1).object.value(L::token).toString();
+    const QString token = phone->frames.at(1).object().value(L::token).toString();
     QCOMPARE(token.size(), 32);
     QSettings settings;
     settings.beginGroup(L::auth);
