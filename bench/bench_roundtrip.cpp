@@ -41,7 +41,7 @@ public:
     { }
     void handle(const Request &message, QWebSocket *socket) override
     {
-        server->sendMessage(socket, name, { { L::id, message.value(L::id) }, { L::value, true } });
+        server->sendMessage(socket, name, { { L::id, message.string(L::id) }, { L::value, true } });
     }
 };
 

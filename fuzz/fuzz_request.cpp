@@ -28,7 +28,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         const QJsonValue value = request.value(it.key());
         const QJsonValue wanted = expected.value(it.key());
         if (value != wanted || value.toVariant() != wanted.toVariant()
-            || value.toVariant().userType() != wanted.toVariant().userType())
+            || value.toVariant().userType() != wanted.toVariant().userType()
+            || request.string(it.key()) != wanted.toString())
             abort();
     }
     if (request.method() != expected.value(QStringLiteral("_")).toString())

@@ -66,27 +66,30 @@ const QAESEncryption &cipher()
 }
 } // namespace
 
-QByteArray ClientSession::encryptBody(const QByteArray &plain, const QByteArray &key)
+namespace {
+// With the key as bytes, or expanded once for the connection's own messages.
+template<typename Key>
+QByteArray encryptWith(const QByteArray &plain, const Key &key)
 {
     QByteArray body(16 + cipher().encodedSize(plain.size()), Qt::Uninitialized);
     quint32 words[4];
     QRandomGenerator::global()->fillRange(words);
     memcpy(body.data(), words, sizeof words);
     // AES-128 takes the key's first 16 bytes.
-    cipher().encodeInto(body.data() + 16, plain.constData(), plain.size(), key,
-        QByteArray::fromRawData(body.constData(), 16));
+    cipher().encodeInto(body.data() + 16, plain.constData(), plain.size(), key, body.constData());
     return body;
 }
 
-QByteArray ClientSession::decryptBody(const QByteArray &body, const QByteArray &key, bool *ok)
+template<typename Key>
+QByteArray decryptWith(const QByteArray &body, const Key &key, bool *ok)
 {
     *ok = false;
     if (body.size() < 32 || (body.size() - 16) % 16 != 0)
         return QByteArray();
-    QByteArray padded
-        = cipher().decode(QByteArray::fromRawData(body.constData() + 16, body.size() - 16), key,
-            QByteArray::fromRawData(body.constData(), 16));
-    if (padded.isEmpty())
+    QByteArray padded(body.size() - 16, Qt::Uninitialized);
+    if (cipher().decodeInto(
+            padded.data(), body.constData() + 16, padded.size(), key, body.constData())
+        != padded.size())
         return QByteArray();
     const int pad = uchar(padded.back());
     if (pad < 1 || pad > 16 || pad > padded.size())
@@ -100,7 +103,9 @@ QByteArray ClientSession::decryptBody(const QByteArray &body, const QByteArray &
     return padded;
 }
 
-bool ClientSession::parseFrame(const QByteArray &raw, const QByteArray &key, Frame *frame)
+// A null key is no key: the frame is plain text.
+template<typename Key>
+bool parseFrameWith(const QByteArray &raw, const Key *key, Frame *frame)
 {
     frame->raw = raw;
     const auto *bytes = reinterpret_cast<const uchar *>(raw.constData());
@@ -111,11 +116,11 @@ bool ClientSession::parseFrame(const QByteArray &raw, const QByteArray &key, Fra
     if (length < 0 || length > size - 4)
         return false;
     frame->body = raw.mid(4, length);
-    if (key.isEmpty()) {
+    if (!key) {
         frame->json = frame->body;
     } else {
         bool ok = false;
-        frame->json = decryptBody(frame->body, key, &ok);
+        frame->json = decryptWith(frame->body, *key, &ok);
         frame->encrypted = ok;
         if (!ok)
             return false;
@@ -141,6 +146,22 @@ bool ClientSession::parseFrame(const QByteArray &raw, const QByteArray &key, Fra
     }
     return true;
 }
+} // namespace
+
+QByteArray ClientSession::encryptBody(const QByteArray &plain, const QByteArray &key)
+{
+    return encryptWith(plain, key);
+}
+
+QByteArray ClientSession::decryptBody(const QByteArray &body, const QByteArray &key, bool *ok)
+{
+    return decryptWith(body, key, ok);
+}
+
+bool ClientSession::parseFrame(const QByteArray &raw, const QByteArray &key, Frame *frame)
+{
+    return parseFrameWith(raw, key.isEmpty() ? nullptr : &key, frame);
+}
 
 QByteArray ClientSession::proof() const { return deriveKey(m_id, m_token, m_sessionToken).toHex(); }
 
@@ -149,13 +170,13 @@ void ClientSession::prove() { send(L::auth, { { L::hash, QString::fromLatin1(pro
 void ClientSession::send(const QJsonObject &object)
 {
     const QByteArray json = Json::compact(object);
-    sendRaw(m_key.isEmpty() ? json : encryptBody(json, m_key));
+    sendRaw(m_key.isEmpty() ? json : encryptWith(json, m_expandedKey));
 }
 
 void ClientSession::send(const QString &method, std::initializer_list<Json::Field> fields)
 {
     const QByteArray json = Json::compact(method, fields);
-    sendRaw(m_key.isEmpty() ? json : encryptBody(json, m_key));
+    sendRaw(m_key.isEmpty() ? json : encryptWith(json, m_expandedKey));
 }
 
 void ClientSession::sendRaw(const QByteArray &bytes) { m_socket.sendBinaryMessage(bytes); }
@@ -166,7 +187,7 @@ void ClientSession::onBinaryMessage(const QByteArray &message)
     Frame frame;
     // The session token arrives in plain text although the key is about to exist; the key is
     // tried only once it has been derived.
-    if (!parseFrame(message, m_key, &frame))
+    if (!parseFrameWith(message, m_key.isEmpty() ? nullptr : &m_expandedKey, &frame))
         return;
     const QString method = frame.method();
     if (method == L::waitingForAuth) {
@@ -179,6 +200,7 @@ void ClientSession::onBinaryMessage(const QByteArray &message)
         } else if (o.contains(L::sessionToken)) {
             m_sessionToken = o.value(L::sessionToken).toString();
             m_key = deriveKey(m_id, m_token, m_sessionToken);
+            m_expandedKey = QAESEncryption::ExpandedKey(QAESEncryption::AES_128, m_key);
             onSessionKey();
         } else if (o.value(L::value).toBool()) {
             m_authenticated = true;

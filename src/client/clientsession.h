@@ -1,6 +1,7 @@
 #pragma once
 
 #include "json.h"
+#include "qaesencryption.h"
 #include "request.h"
 
 #include <QByteArray>
@@ -92,6 +93,7 @@ private:
     QString m_token;
     QString m_sessionToken;
     QByteArray m_key;
+    QAESEncryption::ExpandedKey m_expandedKey;
     bool m_authenticated = false;
     bool m_closed = false;
     int m_closeCode = -1;

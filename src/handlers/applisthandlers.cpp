@@ -70,7 +70,7 @@ void CurrentAppHandler::handle(const Request &, QWebSocket *socket)
 
 void AppIconHandler::handle(const Request &message, QWebSocket *socket)
 {
-    const QString id = message.value(L::id).toString();
+    const QString id = message.string(L::id);
     App *app = id.isEmpty() ? nullptr : platform()->appforId(id);
     const int size = message.value(L::size).toInt();
     // Bigger than any screen shows an icon: refused, as a 40-gigabyte picture would be.

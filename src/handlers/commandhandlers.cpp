@@ -32,7 +32,7 @@ void CommandsHandler::handle(const Request &message, QWebSocket *socket)
 
 void CommandIconHandler::handle(const Request &message, QWebSocket *socket)
 {
-    const QString id = message.value(L::id).toString();
+    const QString id = message.string(L::id);
     const int size = message.value(L::size).toInt();
     const QByteArray base = HttpUtils::wsBase();
     if (id.isEmpty() || size < 16 || base.isEmpty())

@@ -219,7 +219,7 @@ QByteArray DirectoryListingHandler::listDirectory(const QString &path)
 
 void DirectoryListingHandler::handle(const Request &message, QWebSocket *socket)
 {
-    QString path = message.value(L::path).toString();
+    QString path = message.string(L::path);
     if (path.isEmpty())
         path = QStandardPaths::writableLocation(QStandardPaths::HomeLocation);
     auto files = std::make_shared<QByteArray>();
@@ -247,10 +247,10 @@ void FileIconHandler::handle(const Request &message, QWebSocket *socket)
     const int size = message.value(L::size).toInt();
     if (size < 16)
         return;
-    const QString path = message.value(L::path).toString();
+    const QString path = message.string(L::path);
     if (path.isEmpty()) {
         // A type names no file: nothing to wait for.
-        const QString type = message.value(L::type).toString();
+        const QString type = message.string(L::type);
         answer(socket, QJsonObject { { L::method, name }, { L::size, size }, { L::type, type } },
             HandlerUtils::platform()->iconForFileType(type, size));
         return;
@@ -281,7 +281,7 @@ void FileIconHandler::answer(QWebSocket *socket, const QJsonObject &reply, const
 
 void FilePreviewHandler::handle(const Request &message, QWebSocket *socket)
 {
-    const QString path = message.value(L::path).toString();
+    const QString path = message.string(L::path);
     if (path.isEmpty())
         return;
     const int width = message.value(L::width).toInt();
@@ -304,7 +304,7 @@ void FilePreviewHandler::handle(const Request &message, QWebSocket *socket)
 
 void FileAppsHandler::handle(const Request &message, QWebSocket *socket)
 {
-    const QString path = message.value(L::path).toString();
+    const QString path = message.string(L::path);
     auto type = std::make_shared<QString>();
     FileWork::of(server)->run(
         this, socket, name + QLatin1Char(' ') + path,
@@ -323,8 +323,8 @@ void FileAppsHandler::handle(const Request &message, QWebSocket *socket)
 
 void FileOpenHandler::handle(const Request &message, QWebSocket *socket)
 {
-    const QString path = message.value(L::path).toString();
-    const QString appId = message.value(L::id).toString();
+    const QString path = message.string(L::path);
+    const QString appId = message.string(L::id);
     if (!appId.isEmpty()) {
         // The chosen application opens it; nothing here reads the file.
         HandlerUtils::platform()->openFile(path, QString(), appId);

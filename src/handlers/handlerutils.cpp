@@ -22,13 +22,13 @@ QVector<App *> sortedApps() { return current.sortedApps ? current.sortedApps() :
 
 App *appOrCurrent(const Request &message)
 {
-    const QString id = message.value(L::id).toString();
+    const QString id = message.string(L::id);
     return id.isEmpty() ? platform()->getCurrentApp() : platform()->appforId(id);
 }
 
 App *appById(const Request &message)
 {
-    const QString id = message.value(L::id).toString();
+    const QString id = message.string(L::id);
     return id.isEmpty() ? nullptr : platform()->appforId(id);
 }
 

@@ -38,7 +38,7 @@ void MenuHandler::handle(const Request &message, QWebSocket *socket)
 void MenuPerformHandler::handle(const Request &message, QWebSocket *)
 {
     if (App *app = HandlerUtils::appById(message))
-        app->performMenu(message.value(menuKey).toString());
+        app->performMenu(message.string(menuKey));
 }
 
 void FocusValueHandler::handle(const Request &message, QWebSocket *socket)
@@ -47,11 +47,11 @@ void FocusValueHandler::handle(const Request &message, QWebSocket *socket)
     if (!app)
         return;
     if (message.contains(L::value)) {
-        app->setFocusValue(message.value(L::value).toString());
+        app->setFocusValue(message.string(L::value));
         return;
     }
     server->sendMessage(socket, L::focusedElement,
-        { { L::id, message.value(L::id).toString() }, { L::value, app->focusValue } });
+        { { L::id, message.string(L::id) }, { L::value, app->focusValue } });
 }
 
 void FocusPerformHandler::handle(const Request &message, QWebSocket *)

@@ -26,7 +26,7 @@ void AuthenticationHandler::handle(const Request &message, QWebSocket *socket)
         qCWarning(lcServer) << "Unexpected authentication from" << socket;
         return;
     }
-    const QString hash = message.value(L::hash).toString();
+    const QString hash = message.string(L::hash);
     const QString id = socket->property(Server::idProperty).toString();
     const QString sessionToken = socket->property(Server::sessionTokenProperty).toString();
     const QString token = server->getAuthorizationToken(id);

@@ -100,9 +100,20 @@ bool FrameGate::release(const QByteArray &unread)
 
 bool FrameGate::onlyWholeFrames() const
 {
-    const QByteArray waiting = socket->peek(socket->bytesAvailable());
-    const auto *bytes = reinterpret_cast<const uchar *>(waiting.constData());
-    const qint64 size = waiting.size();
+    // Looked at on every arrival: what is usually waiting is one small frame, copied to the
+    // stack rather than into a buffer made for it.
+    char small[512];
+    QByteArray large;
+    const char *data = small;
+    qint64 size = socket->bytesAvailable();
+    if (size <= qint64(sizeof small)) {
+        size = qMax<qint64>(0, socket->peek(small, size));
+    } else {
+        large = socket->peek(size);
+        data = large.constData();
+        size = large.size();
+    }
+    const auto *bytes = reinterpret_cast<const uchar *>(data);
     qint64 offset = 0;
     while (offset < size) {
         if (size - offset < 2 || !(bytes[offset + 1] & 0x80))

@@ -5,6 +5,7 @@
 
 #include <cmath>
 #include <cstring>
+#include <utility>
 
 #include <QHash>
 #include <QJsonArray>
@@ -101,7 +102,70 @@ bool isSpace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
 
 char hexDigit(uint value) { return char(value < 10 ? '0' + value : 'a' + value - 10); }
 
-void writeEscapedUnit(QByteArray &out, uint unit)
+// The text being written: a QByteArray filled through a pointer, so that putting a character
+// is a store rather than a call into Qt that checks for sharing.
+class Writer
+{
+public:
+    Writer(QByteArray &&start, int room)
+        : buffer(std::move(start))
+    {
+        const int used = buffer.size();
+        buffer.resize(used + room);
+        point(used);
+    }
+    explicit Writer(int room)
+        : Writer(QByteArray(), room)
+    { }
+
+    Writer &operator+=(char c)
+    {
+        if (at == end)
+            grow(1);
+        *at++ = c;
+        return *this;
+    }
+    Writer &operator+=(const char *text) { return append(text, int(strlen(text))); }
+    Writer &operator+=(const QByteArray &text) { return append(text.constData(), text.size()); }
+    Writer &append(const char *text, int length)
+    {
+        memcpy(reserve(length), text, size_t(length));
+        at += length;
+        return *this;
+    }
+    // Where the next length bytes go; commit() says how many of them were written.
+    char *reserve(int length)
+    {
+        if (end - at < length)
+            grow(length);
+        return at;
+    }
+    void commit(int length) { at += length; }
+    QByteArray take()
+    {
+        buffer.truncate(int(at - buffer.data()));
+        return std::move(buffer);
+    }
+
+private:
+    void point(int used)
+    {
+        at = buffer.data() + used;
+        end = buffer.data() + buffer.size();
+    }
+    void grow(int length)
+    {
+        const int used = int(at - buffer.data());
+        buffer.resize(qMax(2 * buffer.size(), used + length));
+        point(used);
+    }
+
+    QByteArray buffer;
+    char *at = nullptr;
+    char *end = nullptr;
+};
+
+void writeEscapedUnit(Writer &out, uint unit)
 {
     out += "\\u";
     out += hexDigit((unit >> 12) & 0xf);
@@ -112,31 +176,36 @@ void writeEscapedUnit(QByteArray &out, uint unit)
 
 // As Qt writes strings: quotes, backslashes and control characters escaped, everything else as
 // UTF-8, and a surrogate without its partner as an escape.
-void writeString(QByteArray &out, const QString &text)
+void writeString(Writer &out, const QString &text)
 {
     const QChar *at = text.constData();
     const QChar *end = at + text.size();
-    // Most strings need no escape and hold no surrogate: Qt's own conversion writes them, and
-    // those in ASCII (keys, identifiers, most names) go straight into the buffer.
+    // Most strings are plain ASCII (keys, identifiers, most names): copied as they are read.
+    // The first character that is not ends the copy and the string is written by the general
+    // rules instead.
+    char *const first = out.reserve(int(end - at) + 2);
+    char *to = first;
+    *to++ = '"';
+    const QChar *c = at;
+    for (; c < end; ++c) {
+        const ushort unit = c->unicode();
+        if (unit < 0x20 || unit >= 0x80 || unit == '"' || unit == '\\')
+            break;
+        *to++ = char(unit);
+    }
+    if (c == end) {
+        *to++ = '"';
+        out.commit(int(to - first));
+        return;
+    }
+    // What came before c was plain ASCII.
     bool plain = true;
-    bool ascii = true;
-    for (const QChar *c = at; c < end; ++c) {
+    for (; c < end; ++c) {
         const ushort unit = c->unicode();
         if (unit < 0x20 || unit == '"' || unit == '\\' || QChar::isSurrogate(unit)) {
             plain = false;
             break;
         }
-        ascii = ascii && unit < 0x80;
-    }
-    if (plain && ascii) {
-        const int start = out.size();
-        out.resize(start + int(end - at) + 2);
-        char *to = out.data() + start;
-        *to++ = '"';
-        for (const QChar *c = at; c < end; ++c)
-            *to++ = char(c->unicode());
-        *to = '"';
-        return;
     }
     out += '"';
     if (plain) {
@@ -201,11 +270,37 @@ void writeString(QByteArray &out, const QString &text)
     out += '"';
 }
 
-void writeValue(QByteArray &out, const QJsonValue &value);
+void writeValue(Writer &out, const QJsonValue &value);
+
+// Where key stands against "_" in Qt's order of UTF-16 code units: below 0 before it.
+int orderAgainstMethodKey(const QString &key)
+{
+    if (key.isEmpty())
+        return -1;
+    const ushort first = key.at(0).unicode();
+    if (first != '_')
+        return first < '_' ? -1 : 1;
+    return key.size() == 1 ? 0 : 1;
+}
+
+void writeInteger(Writer &out, qint64 number)
+{
+    char digits[24];
+    char *end = digits + sizeof digits;
+    char *at = end;
+    quint64 magnitude = number < 0 ? quint64(0) - quint64(number) : quint64(number);
+    do {
+        *--at = char('0' + magnitude % 10);
+        magnitude /= 10;
+    } while (magnitude);
+    if (number < 0)
+        *--at = '-';
+    out.append(at, int(end - at));
+}
 
 // With a method, the object is written as if "_" held it: in its place among the keys, which
 // Qt keeps in the order of their UTF-16 code units, and instead of any "_" already there.
-void writeObject(QByteArray &out, const QJsonObject &object, const QString *method = nullptr)
+void writeObject(Writer &out, const QJsonObject &object, const QString *method = nullptr)
 {
     out += '{';
     bool first = true;
@@ -220,7 +315,7 @@ void writeObject(QByteArray &out, const QJsonObject &object, const QString *meth
     for (auto it = object.constBegin(); it != object.constEnd(); ++it) {
         const QString key = it.key();
         if (method) {
-            const int order = key.compare(QLatin1String("_"));
+            const int order = orderAgainstMethodKey(key);
             if (order >= 0) {
                 writeMethod();
                 if (order == 0)
@@ -239,7 +334,7 @@ void writeObject(QByteArray &out, const QJsonObject &object, const QString *meth
     out += '}';
 }
 
-void writeArray(QByteArray &out, const QJsonArray &array)
+void writeArray(Writer &out, const QJsonArray &array)
 {
     out += '[';
     bool first = true;
@@ -252,13 +347,22 @@ void writeArray(QByteArray &out, const QJsonArray &array)
     out += ']';
 }
 
-void writeValue(QByteArray &out, const QJsonValue &value)
+void writeValue(Writer &out, const QJsonValue &value)
 {
     switch (value.type()) {
     case QJsonValue::Bool:
         out += value.toBool() ? "true" : "false";
         break;
     case QJsonValue::Double: {
+        // Whole numbers a double holds exactly are written as integers, whichever way Qt stores
+        // them (the rules below come to the same digits for them).
+        const double given = value.toDouble();
+        constexpr double exactLimit = 9007199254740992.0;
+        if (std::floor(given) == given && std::abs(given) <= exactLimit
+            && !(given == 0 && std::signbit(given))) {
+            writeInteger(out, qint64(given));
+            break;
+        }
         // Qt keeps whole numbers given as integers apart and writes them exactly, as long as a
         // double holds them exactly. Every other number is written as the shortest text that
         // reads back as the same double: without exponent when it is whole and below 2^64.
@@ -381,22 +485,25 @@ bool repeatsContainerKey(const QByteArray &text)
     return false;
 }
 
-void appendString(QByteArray &out, const QString &text) { writeString(out, text); }
+void appendString(QByteArray &out, const QString &text)
+{
+    Writer writer(std::move(out), text.size() + 2);
+    writeString(writer, text);
+    out = writer.take();
+}
 
 QByteArray compact(const QJsonObject &object)
 {
-    QByteArray out;
-    out.reserve(64);
+    Writer out(64);
     writeObject(out, object);
-    return out;
+    return out.take();
 }
 
 QByteArray compact(const QJsonObject &object, const QString &method)
 {
-    QByteArray out;
-    out.reserve(64);
+    Writer out(64);
     writeObject(out, object, &method);
-    return out;
+    return out.take();
 }
 
 QByteArray compact(const QString &method, std::initializer_list<Field> fields)
@@ -412,8 +519,11 @@ QByteArray compact(const QString &method, std::initializer_list<Field> fields)
         }
         order[at] = &field;
     }
-    QByteArray out;
-    out.reserve(64);
+    // Room for all of it when the text is plain, as a reply's usually is.
+    int room = 8 + method.size();
+    for (const Field &field : fields)
+        room += field.key->size() + (field.string ? field.string->size() : 24) + 4;
+    Writer out(room);
     out += '{';
     bool first = true;
     bool methodWritten = false;
@@ -427,7 +537,7 @@ QByteArray compact(const QString &method, std::initializer_list<Field> fields)
         if (i + 1 < order.size() && *order[i + 1]->key == *field.key)
             continue;
         if (!methodWritten) {
-            const int place = field.key->compare(QLatin1String("_"));
+            const int place = orderAgainstMethodKey(*field.key);
             if (place >= 0) {
                 separate();
                 out += "\"_\":";
@@ -437,7 +547,7 @@ QByteArray compact(const QString &method, std::initializer_list<Field> fields)
                     continue;
             }
         }
-        if (!field.string && field.json.isUndefined())
+        if (!field.string && field.json->isUndefined())
             continue;
         separate();
         writeString(out, *field.key);
@@ -445,7 +555,7 @@ QByteArray compact(const QString &method, std::initializer_list<Field> fields)
         if (field.string)
             writeString(out, *field.string);
         else
-            writeValue(out, field.json);
+            writeValue(out, *field.json);
     }
     if (!methodWritten) {
         separate();
@@ -453,7 +563,7 @@ QByteArray compact(const QString &method, std::initializer_list<Field> fields)
         writeString(out, method);
     }
     out += '}';
-    return out;
+    return out.take();
 }
 
 QJsonDocument parse(const QByteArray &text, QJsonParseError *error)

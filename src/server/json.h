@@ -42,14 +42,14 @@ public:
     { }
     Field(const QString &key, const QJsonValue &value)
         : key(&key)
-        , json(value)
+        , json(&value)
     { }
 
 private:
     friend QByteArray compact(const QString &method, std::initializer_list<Field> fields);
     const QString *key;
     const QString *string = nullptr;
-    QJsonValue json;
+    const QJsonValue *json = nullptr;
 };
 
 // The object of those fields with "_" set to method, as compact(object, method) writes it.

@@ -42,7 +42,8 @@ aescore::Mode coreMode(QAESEncryption::Mode mode)
     return aescore::Mode::ECB;
 }
 
-aescore::KeySchedule schedule(QAESEncryption::Aes level, const QByteArray &key)
+// Valid until the next call on the same thread.
+const aescore::KeySchedule &schedule(QAESEncryption::Aes level, const QByteArray &key)
 {
     const int words = keyWords(level);
     uint8_t material[32] = {};
@@ -108,11 +109,14 @@ QByteArray paddingFor(QAESEncryption::Padding padding, int currentSize)
     return pad;
 }
 
-const uint8_t *ivBytes(const QByteArray &iv)
+const uint8_t *ivBytes(const char *iv)
 {
     static const uint8_t noIv[16] = {};
-    return iv.isEmpty() ? noIv : reinterpret_cast<const uint8_t *>(iv.constData());
+    return iv ? reinterpret_cast<const uint8_t *>(iv) : noIv;
 }
+
+// Null for no iv (as ECB has).
+const char *ivPointer(const QByteArray &iv) { return iv.isEmpty() ? nullptr : iv.constData(); }
 
 // The length that is encrypted of a text of the given size: block modes leave out a partial
 // last block.
@@ -123,12 +127,11 @@ int encryptedLength(QAESEncryption::Mode mode, int size)
 }
 
 // Encrypts length bytes in place: every mode reads a block before it writes it.
-void encryptBytes(QAESEncryption::Aes level, QAESEncryption::Mode mode, uint8_t *bytes, int length,
-    const QByteArray &key, const QByteArray &iv)
+void encryptBytes(QAESEncryption::Mode mode, uint8_t *bytes, int length,
+    const aescore::KeySchedule &ks, const char *iv)
 {
     if (length == 0)
         return;
-    const aescore::KeySchedule ks = schedule(level, key);
     if (hardwareSwitch().load(std::memory_order_relaxed))
         aescore::encryptHardware(coreMode(mode), ks, ivBytes(iv), bytes, bytes, size_t(length));
     else
@@ -141,7 +144,26 @@ void encryptInPlace(QAESEncryption::Aes level, QAESEncryption::Mode mode, QByteA
     const int length = encryptedLength(mode, text.size());
     text.truncate(length);
     if (length > 0)
-        encryptBytes(level, mode, reinterpret_cast<uint8_t *>(text.data()), length, key, iv);
+        encryptBytes(mode, reinterpret_cast<uint8_t *>(text.data()), length, schedule(level, key),
+            ivPointer(iv));
+}
+
+// Decrypts length bytes (whole blocks, or any length in the stream modes) from in to out.
+void decryptBytes(QAESEncryption::Mode mode, const char *in, char *out, int length,
+    const aescore::KeySchedule &ks, const char *iv)
+{
+    const auto *from = reinterpret_cast<const uint8_t *>(in);
+    auto *to = reinterpret_cast<uint8_t *>(out);
+    if (hardwareSwitch().load(std::memory_order_relaxed))
+        aescore::decryptHardware(coreMode(mode), ks, ivBytes(iv), from, to, size_t(length));
+    else
+        aescore::decryptPortable(coreMode(mode), ks, ivBytes(iv), from, to, size_t(length));
+}
+
+int decryptedLength(QAESEncryption::Mode mode, int size)
+{
+    const bool stream = mode == QAESEncryption::CFB || mode == QAESEncryption::OFB;
+    return stream ? size : size - size % QAESEncryption::blockLength;
 }
 
 QByteArray decrypt(QAESEncryption::Aes level, QAESEncryption::Mode mode, const QByteArray &input,
@@ -149,19 +171,12 @@ QByteArray decrypt(QAESEncryption::Aes level, QAESEncryption::Mode mode, const Q
 {
     if (!ivAcceptable(mode, iv))
         return QByteArray();
-    const bool stream = mode == QAESEncryption::CFB || mode == QAESEncryption::OFB;
-    const int length
-        = stream ? input.size() : input.size() - input.size() % QAESEncryption::blockLength;
+    const int length = decryptedLength(mode, input.size());
     if (length == 0)
         return QByteArray();
-    const aescore::KeySchedule ks = schedule(level, key);
-    const auto *in = reinterpret_cast<const uint8_t *>(input.constData());
     QByteArray output(length, Qt::Uninitialized);
-    auto *out = reinterpret_cast<uint8_t *>(output.data());
-    if (hardwareSwitch().load(std::memory_order_relaxed))
-        aescore::decryptHardware(coreMode(mode), ks, ivBytes(iv), in, out, size_t(length));
-    else
-        aescore::decryptPortable(coreMode(mode), ks, ivBytes(iv), in, out, size_t(length));
+    decryptBytes(
+        mode, input.constData(), output.data(), length, schedule(level, key), ivPointer(iv));
     return output;
 }
 
@@ -189,7 +204,7 @@ QByteArray QAESEncryption::Decrypt(Aes level, Mode mode, const QByteArray &rawTe
 
 QByteArray QAESEncryption::ExpandKey(Aes level, const QByteArray &key)
 {
-    const aescore::KeySchedule ks = schedule(level, key);
+    const aescore::KeySchedule &ks = schedule(level, key);
     return QByteArray(reinterpret_cast<const char *>(ks.enc), 16 * (ks.rounds + 1));
 }
 
@@ -262,6 +277,30 @@ bool QAESEncryption::encodeInto(
 {
     if (!ivAcceptable(m_mode, iv))
         return false;
+    return encodeInto(out, text, size, key, ivPointer(iv));
+}
+
+bool QAESEncryption::encodeInto(
+    char *out, const char *text, int size, const QByteArray &key, const char *iv) const
+{
+    if (!iv && m_mode != ECB)
+        return false;
+    encodeWith(out, text, size, schedule(m_level, key), iv);
+    return true;
+}
+
+bool QAESEncryption::encodeInto(
+    char *out, const char *text, int size, const ExpandedKey &key, const char *iv) const
+{
+    if ((!iv && m_mode != ECB) || key.isNull())
+        return false;
+    encodeWith(out, text, size, key.schedule, iv);
+    return true;
+}
+
+void QAESEncryption::encodeWith(
+    char *out, const char *text, int size, const aescore::KeySchedule &ks, const char *iv) const
+{
     const int padLength = paddingLength(m_padding, size);
     const int length = encryptedLength(m_mode, size + padLength);
     // What a partial last block leaves out of the text is left out here too.
@@ -272,9 +311,34 @@ bool QAESEncryption::encodeInto(
         writePadding(pad, m_padding, padLength);
         memcpy(out + fromText, pad, size_t(length - fromText));
     }
-    encryptBytes(m_level, m_mode, reinterpret_cast<uint8_t *>(out), length, key, iv);
-    return true;
+    encryptBytes(m_mode, reinterpret_cast<uint8_t *>(out), length, ks, iv);
 }
+
+int QAESEncryption::decodeInto(
+    char *out, const char *in, int size, const QByteArray &key, const char *iv) const
+{
+    if (!iv && m_mode != ECB)
+        return 0;
+    const int length = decryptedLength(m_mode, size);
+    if (length > 0)
+        decryptBytes(m_mode, in, out, length, schedule(m_level, key), iv);
+    return length;
+}
+
+int QAESEncryption::decodeInto(
+    char *out, const char *in, int size, const ExpandedKey &key, const char *iv) const
+{
+    if ((!iv && m_mode != ECB) || key.isNull())
+        return 0;
+    const int length = decryptedLength(m_mode, size);
+    if (length > 0)
+        decryptBytes(m_mode, in, out, length, key.schedule, iv);
+    return length;
+}
+
+QAESEncryption::ExpandedKey::ExpandedKey(Aes level, const QByteArray &key)
+    : schedule(::schedule(level, key))
+{ }
 
 QByteArray QAESEncryption::expandKey(const QByteArray &key) const
 {

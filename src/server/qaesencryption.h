@@ -1,5 +1,7 @@
 #pragma once
 
+#include "aescore.h"
+
 #include <QByteArray>
 #include <QObject>
 
@@ -49,6 +51,32 @@ public:
     int encodedSize(int size) const;
     bool encodeInto(
         char *out, const char *text, int size, const QByteArray &key, const QByteArray &iv) const;
+    // The same with the iv read where it lies: 16 bytes at iv, or null for none (ECB only).
+    bool encodeInto(
+        char *out, const char *text, int size, const QByteArray &key, const char *iv) const;
+    // What decode() gives for the size bytes at in, written into out (which holds size bytes):
+    // the number of bytes written, 0 without a usable iv (16 bytes at iv, or null for ECB).
+    int decodeInto(
+        char *out, const char *in, int size, const QByteArray &key, const char *iv) const;
+
+    // A key expanded once, for a connection that encrypts and decrypts every message under it:
+    // its round keys are not looked for again each time, however many connections there are.
+    class ExpandedKey
+    {
+    public:
+        ExpandedKey() = default;
+        ExpandedKey(Aes level, const QByteArray &key);
+        bool isNull() const { return schedule.rounds == 0; }
+
+    private:
+        friend class QAESEncryption;
+        aescore::KeySchedule schedule;
+    };
+    // The same as above with a key of this object's level, expanded beforehand.
+    bool encodeInto(
+        char *out, const char *text, int size, const ExpandedKey &key, const char *iv) const;
+    int decodeInto(
+        char *out, const char *in, int size, const ExpandedKey &key, const char *iv) const;
 
     Aes level() const { return m_level; }
     Mode mode() const { return m_mode; }
@@ -60,6 +88,9 @@ public:
     static void setHardwareAccelerationEnabled(bool enabled);
 
 private:
+    void encodeWith(char *out, const char *text, int size, const aescore::KeySchedule &ks,
+        const char *iv) const;
+
     Aes m_level;
     Mode m_mode;
     Padding m_padding;

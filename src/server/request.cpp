@@ -14,7 +14,17 @@ bool isSpace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
 
 // What may stand in a string read in one pass: printable ASCII but the quote and the
 // backslash. Anything else (escapes, other scripts) is left to Qt's parser.
-bool isPlain(char c) { return c >= 0x20 && c < 0x7f && c != '"' && c != '\\'; }
+struct PlainBytes
+{
+    bool plain[256] = {};
+    constexpr PlainBytes()
+    {
+        for (int c = 0x20; c < 0x7f; ++c)
+            plain[c] = c != '"' && c != '\\';
+    }
+};
+constexpr PlainBytes plainBytes;
+bool isPlain(char c) { return plainBytes.plain[uchar(c)]; }
 
 // More members than any request has; beyond it the search for a repeated key would grow.
 constexpr int maxFlatMembers = 32;
@@ -96,9 +106,12 @@ bool Request::readFlat(const QByteArray &input)
         Member member;
         if (!readString(&member.key, &member.keyLength))
             return false;
+        const char *key = begin + member.key;
         for (const Member &other : members) {
             if (other.keyLength == member.keyLength
-                && memcmp(begin + other.key, begin + member.key, size_t(member.keyLength)) == 0)
+                && (member.keyLength == 0
+                    || (begin[other.key] == key[0]
+                        && memcmp(begin + other.key, key, size_t(member.keyLength)) == 0)))
                 return false;
         }
         skipSpace();
@@ -218,6 +231,16 @@ QJsonValue Request::value(const QString &key) const
     return index < 0 ? QJsonValue(QJsonValue::Undefined) : valueAt(index);
 }
 
+QString Request::string(const QString &key) const
+{
+    if (!flat)
+        return object.value(key).toString();
+    const int index = indexOf(key);
+    if (index < 0 || members[index].kind != Kind::String)
+        return QString();
+    return QString::fromLatin1(text.constData() + members[index].value, members[index].valueLength);
+}
+
 bool Request::contains(const QString &key) const
 {
     return flat ? indexOf(key) >= 0 : object.contains(key);
@@ -225,15 +248,7 @@ bool Request::contains(const QString &key) const
 
 int Request::size() const { return flat ? members.size() : object.size(); }
 
-QString Request::method() const
-{
-    if (!flat)
-        return object.value(L::method).toString();
-    const int index = indexOf(L::method);
-    if (index < 0 || members[index].kind != Kind::String)
-        return QString();
-    return QString::fromLatin1(text.constData() + members[index].value, members[index].valueLength);
-}
+QString Request::method() const { return string(L::method); }
 
 QJsonObject Request::toObject() const
 {

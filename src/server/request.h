@@ -27,6 +27,9 @@ public:
 
     // As QJsonObject's: Undefined for a key that is not there.
     QJsonValue value(const QString &key) const;
+    // value(key).toString() without the QJsonValue: the text, empty when the member is missing
+    // or not a string.
+    QString string(const QString &key) const;
     bool contains(const QString &key) const;
     bool isEmpty() const { return size() == 0; }
     int size() const;

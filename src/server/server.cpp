@@ -514,19 +514,20 @@ void Server::sendFramed(
 {
     if (!socket)
         return;
-    const QByteArray key = sessionKeys.value(socket);
+    const auto found = sessionKeys.constFind(socket);
+    const QAESEncryption::ExpandedKey *key = found == sessionKeys.constEnd() ? nullptr : &*found;
     // The body is encrypted straight into the message.
-    const int bodySize = key.isEmpty() ? json.size() : encryptedSize(json.size());
+    const int bodySize = !key ? json.size() : encryptedSize(json.size());
     int total = 4 + bodySize;
     for (const MessagePart &part : parts)
         total += 5 + part.data.size();
     QByteArray buffer(total, Qt::Uninitialized);
     char *out = buffer.data();
     qToBigEndian<qint32>(bodySize, out);
-    if (key.isEmpty())
+    if (!key)
         memcpy(out + 4, json.constData(), size_t(json.size()));
     else
-        encryptInto(out + 4, json, key);
+        encryptInto(out + 4, json, *key);
     out += 4 + bodySize;
     for (const MessagePart &part : parts) {
         *out = char(part.type);
@@ -570,9 +571,9 @@ void Server::onBinaryMessageReceived(const QByteArray &message)
 void Server::dispatch(QWebSocket *socket, const QByteArray &message)
 {
     QByteArray data = message;
-    const QByteArray key = sessionKeys.value(socket);
-    if (!key.isEmpty())
-        data = decrypt(message, key);
+    const auto key = sessionKeys.constFind(socket);
+    if (key != sessionKeys.constEnd())
+        data = decrypt(message, *key);
 
     QJsonParseError error;
     Request request;
@@ -655,7 +656,7 @@ void Server::startAuthentication(const QString &id, QWebSocket *socket)
     // Sent before the key is set, so it travels in plain text.
     sendMessage(socket, L::auth, { { L::sessionToken, sessionToken } });
     socket->setProperty(aesKeyProperty, key);
-    sessionKeys.insert(socket, key);
+    sessionKeys.insert(socket, QAESEncryption::ExpandedKey(aes.level(), key));
     // A connection that never proves its key holds nothing for long.
     QTimer::singleShot(proofTimeout, socket, [this, socket] {
         if (isAuthenticating(socket)) {
@@ -794,7 +795,7 @@ QByteArray Server::computeAESKey(
 QByteArray Server::encrypt(const QByteArray &plain, const QByteArray &key) const
 {
     QByteArray body(encryptedSize(plain.size()), Qt::Uninitialized);
-    encryptInto(body.data(), plain, key);
+    encryptInto(body.data(), plain, QAESEncryption::ExpandedKey(aes.level(), key));
     return body;
 }
 
@@ -803,23 +804,32 @@ int Server::encryptedSize(int plainSize) const
     return QAESEncryption::blockLength + aes.encodedSize(plainSize);
 }
 
-void Server::encryptInto(char *out, const QByteArray &plain, const QByteArray &key) const
+void Server::encryptInto(
+    char *out, const QByteArray &plain, const QAESEncryption::ExpandedKey &key) const
 {
     // The vector is four engine outputs, each written big-endian.
     for (int i = 0; i < 4; ++i)
         qToBigEndian<quint32>(Random::generate(), out + 4 * i);
-    const QByteArray vector = QByteArray::fromRawData(out, QAESEncryption::blockLength);
-    aes.encodeInto(out + QAESEncryption::blockLength, plain.constData(), plain.size(), key, vector);
+    aes.encodeInto(out + QAESEncryption::blockLength, plain.constData(), plain.size(), key, out);
 }
 
 QByteArray Server::decrypt(const QByteArray &body, const QByteArray &key) const
 {
-    // Read where they are: the vector, then the ciphertext.
-    const int vectorSize = qMin(body.size(), int(QAESEncryption::blockLength));
-    const QByteArray iv = QByteArray::fromRawData(body.constData(), vectorSize);
-    const QByteArray cipher
-        = QByteArray::fromRawData(body.constData() + vectorSize, body.size() - vectorSize);
-    return QAESEncryption::RemovePadding(aes.decode(cipher, key, iv), aes.padding());
+    return decrypt(body, QAESEncryption::ExpandedKey(aes.level(), key));
+}
+
+QByteArray Server::decrypt(const QByteArray &body, const QAESEncryption::ExpandedKey &key) const
+{
+    // The vector, then the ciphertext, read where they lie. A body too short for a vector or a
+    // block reads as nothing.
+    if (body.size() < QAESEncryption::blockLength)
+        return QByteArray();
+    const int cipherSize = body.size() - QAESEncryption::blockLength;
+    QByteArray plain(cipherSize, Qt::Uninitialized);
+    const int length = aes.decodeInto(plain.data(), body.constData() + QAESEncryption::blockLength,
+        cipherSize, key, body.constData());
+    plain.truncate(length);
+    return QAESEncryption::RemovePadding(std::move(plain), aes.padding());
 }
 
 QString Server::zeroConfServiceName() const

@@ -125,10 +125,12 @@ public:
         const QString &id, const QString &token, const QString &sessionToken);
     QByteArray encrypt(const QByteArray &plain, const QByteArray &key) const;
     QByteArray decrypt(const QByteArray &body, const QByteArray &key) const;
+    QByteArray decrypt(const QByteArray &body, const QAESEncryption::ExpandedKey &key) const;
     // The size of the encrypted body of a text, and the body written into out (that many
     // bytes).
     int encryptedSize(int plainSize) const;
-    void encryptInto(char *out, const QByteArray &plain, const QByteArray &key) const;
+    void encryptInto(
+        char *out, const QByteArray &plain, const QAESEncryption::ExpandedKey &key) const;
 
     void publishZeroConfService();
 
@@ -199,9 +201,10 @@ private:
     // Those whose client proved its key; asked on every message, which a property is too slow
     // for.
     QSet<const QObject *> authenticatedTransports;
-    // The session key of each connection that has one, as its property "k" holds it: looked up
-    // for every message, where a property costs a walk through the socket's meta-object.
-    QHash<const QWebSocket *, QByteArray> sessionKeys;
+    // The session key of each connection that has one (its property "k" holds it too), expanded
+    // once: looked up for every message, where a property costs a walk through the socket's
+    // meta-object.
+    QHash<const QWebSocket *, QAESEncryption::ExpandedKey> sessionKeys;
     struct FailedProofs
     {
         int count = 0;

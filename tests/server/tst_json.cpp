@@ -26,6 +26,7 @@ private slots:
     void compactWritesRandomObjectsAsQt();
     void fieldsWriteAsTheirObject();
     void fieldsOfEveryKind();
+    void appendedStrings();
 };
 
 void TestJson::repeatedContainerKeys_data()
@@ -300,6 +301,25 @@ void TestJson::fieldsOfEveryKind()
     QCOMPARE(written,
         QByteArray(R"({"_":"fv","b":true,"d":0.25,"i":"org.kde.dolphin","l":["x"],)"
                    R"("t":"made here","v":42})"));
+}
+
+void TestJson::appendedStrings()
+{
+    // Onto text that is shared with another array, which keeps what it had.
+    const QByteArray before = "[";
+    QByteArray out = before;
+    const QStringList texts { QStringLiteral("org.kde.dolphin"), QString(),
+        QStringLiteral("plain, then \"é\"\n"), QString(200, QLatin1Char('x')) };
+    QJsonArray array;
+    for (const QString &text : texts) {
+        if (out.size() > 1)
+            out += ',';
+        Json::appendString(out, text);
+        array.append(text);
+    }
+    out += ']';
+    QCOMPARE(before, QByteArray("["));
+    QCOMPARE(out, QJsonDocument(array).toJson(QJsonDocument::Compact));
 }
 
 QTEST_GUILESS_MAIN(TestJson)

@@ -34,6 +34,7 @@ private slots:
     void cleanup() { QAESEncryption::setHardwareAccelerationEnabled(true); }
     void encodeIntoAsEncode();
     void removePaddingInPlaceAsCopy();
+    void decodeIntoAsDecode();
 
     void fips197_data();
     void fips197();
@@ -408,10 +409,25 @@ void TestQAESEncryption::encodeIntoAsEncode()
                     QByteArray written(aes.encodedSize(size), '\0');
                     QVERIFY(aes.encodeInto(written.data(), text.constData(), size, key, iv));
                     QCOMPARE(written, expected);
+                    // With the vector read where it lies (none for ECB).
+                    written.fill('\0');
+                    const char *at = mode == QAESEncryption::ECB ? nullptr : iv.constData();
+                    QVERIFY(aes.encodeInto(written.data(), text.constData(), size, key, at));
+                    QCOMPARE(written, expected);
+                    // And with the key expanded beforehand.
+                    written.fill('\0');
+                    const QAESEncryption::ExpandedKey expanded(aes.level(), key);
+                    QVERIFY(aes.encodeInto(written.data(), text.constData(), size, expanded, at));
+                    QCOMPARE(written, expected);
                 }
+                char none[64];
+                QVERIFY(
+                    !aes.encodeInto(none, "abc", 3, QAESEncryption::ExpandedKey(), iv.constData()));
                 if (mode != QAESEncryption::ECB) {
                     char out[64];
                     QVERIFY(!aes.encodeInto(out, "abc", 3, key, QByteArray("short")));
+                    QVERIFY(
+                        !aes.encodeInto(out, "abc", 3, key, static_cast<const char *>(nullptr)));
                 }
             }
         }
@@ -429,6 +445,47 @@ void TestQAESEncryption::removePaddingInPlaceAsCopy()
             QByteArray moved = text;
             moved.detach();
             QCOMPARE(QAESEncryption::RemovePadding(std::move(moved), kind), copy);
+        }
+    }
+}
+
+void TestQAESEncryption::decodeIntoAsDecode()
+{
+    const QByteArray key = QByteArray::fromHex("2b7e151628aed2a6abf7158809cf4f3c"
+                                               "762e7170f9cf4f3c2b7e151628aed2a6");
+    const QByteArray iv = QByteArray::fromHex("000102030405060708090a0b0c0d0e0f");
+    for (bool hardware : { false, true }) {
+        QAESEncryption::setHardwareAccelerationEnabled(hardware);
+        for (int level = 0; level < 3; ++level) {
+            for (int mode = 0; mode < 4; ++mode) {
+                const QAESEncryption aes { QAESEncryption::Aes(level), QAESEncryption::Mode(mode),
+                    QAESEncryption::PKCS7 };
+                const char *at = mode == QAESEncryption::ECB ? nullptr : iv.constData();
+                // Whole blocks, partial ones and nothing; ciphertext or not, it is all bytes.
+                for (int size = 0; size <= 70; ++size) {
+                    QByteArray input(size, Qt::Uninitialized);
+                    for (int i = 0; i < size; ++i)
+                        input[i] = char(i * 37 + size);
+                    const QByteArray expected = aes.decode(input, key, iv);
+                    QByteArray written(size, '\0');
+                    const int length
+                        = aes.decodeInto(written.data(), input.constData(), size, key, at);
+                    QCOMPARE(written.left(length), expected);
+                    written.fill('\0');
+                    const QAESEncryption::ExpandedKey expanded(aes.level(), key);
+                    QCOMPARE(aes.decodeInto(written.data(), input.constData(), size, expanded, at),
+                        length);
+                    QCOMPARE(written.left(length), expected);
+                }
+                char none[32];
+                QCOMPARE(aes.decodeInto(none, "0123456789abcdef", 16, QAESEncryption::ExpandedKey(),
+                             iv.constData()),
+                    0);
+                if (mode != QAESEncryption::ECB) {
+                    char out[32];
+                    QCOMPARE(aes.decodeInto(out, "0123456789abcdef", 16, key, nullptr), 0);
+                }
+            }
         }
     }
 }

@@ -51,12 +51,14 @@ void TestRequest::compareWithQt(const QByteArray &text)
         // Whole numbers stay whole numbers, as they do in Qt's object.
         QCOMPARE(value.toVariant().userType(), it.value().toVariant().userType());
         QCOMPARE(value.toVariant(), it.value().toVariant());
+        QCOMPARE(request.string(it.key()), it.value().toString());
     }
     for (const QString &missing :
         { QStringLiteral("missing"), QStringLiteral("é"), QString(), QStringLiteral("_x") }) {
         QCOMPARE(request.contains(missing), expected.contains(missing));
         QCOMPARE(request.value(missing), expected.value(missing));
         QCOMPARE(request.value(missing).isUndefined(), !expected.contains(missing));
+        QCOMPARE(request.string(missing), expected.value(missing).toString());
     }
 }
 

@@ -49,6 +49,7 @@ private slots:
     void framingWithoutAttachments();
     void framingTwoAttachments();
     void framingEncryptedLength();
+    void decryptReadsAnyBody();
     void sendMessageReplacesMethod();
     void broadcastMethodOnly();
     void maxIncomingMessageSize();
@@ -307,6 +308,29 @@ void TestServer::framingEncryptedLength()
     // The attachment is not encrypted.
     QCOMPARE(frame.parts.at(0).second, png);
     QVERIFY(frame.raw.endsWith(png));
+}
+
+void TestServer::decryptReadsAnyBody()
+{
+    // Read where it lies, a body decrypts as the vector and ciphertext taken apart would: the
+    // padding's last byte taken at its word, short and ragged bodies reading as nothing.
+    Server server;
+    const QByteArray key = Server::computeAESKey(
+        QStringLiteral("phone"), QStringLiteral("token"), QStringLiteral("session"));
+    const QAESEncryption aes(QAESEncryption::AES_128, QAESEncryption::CBC, QAESEncryption::PKCS7);
+    for (int size = 0; size <= 80; ++size) {
+        QByteArray body(size, Qt::Uninitialized);
+        for (int i = 0; i < size; ++i)
+            body[i] = char(i * 11 + size * 7);
+        const QByteArray iv = body.left(16);
+        const QByteArray expected = QAESEncryption::RemovePadding(
+            aes.decode(body.mid(qMin(16, size)), key, iv), QAESEncryption::PKCS7);
+        QCOMPARE(server.decrypt(body, key), expected);
+    }
+    // And what the server encrypts comes back.
+    for (const QByteArray &plain : { QByteArray(), QByteArray("{}"), QByteArray(16, 'x'),
+             QByteArray(R"({"_":"bench","i":"com.example.app","s":64})") })
+        QCOMPARE(server.decrypt(server.encrypt(plain, key), key), plain);
 }
 
 void TestServer::sendMessageReplacesMethod()
