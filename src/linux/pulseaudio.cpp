@@ -8,12 +8,10 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QStandardPaths>
 
 #include <cmath>
 
 namespace {
-constexpr int reconnectDelay = 1000;
 
 // The folder the server makes its socket in, as the library looks for it.
 QString runtimeFolder()
@@ -50,23 +48,35 @@ bool sessionBusMayBeThere()
     return false;
 }
 
+const QString dropFolder = QStringLiteral("/etc/pulse/client.conf.d");
+
+// The client configuration files the library reads, where it looks for them (its own folder
+// under HOME, not XDG_CONFIG_HOME), with those of the drop-in folder as they are now.
+QStringList configurationFiles()
+{
+    const QString chosen = qEnvironmentVariable("PULSE_CLIENTCONFIG");
+    if (!chosen.isEmpty())
+        return { chosen };
+    QStringList files;
+    const QString folder = qEnvironmentVariable("PULSE_CONFIG_PATH");
+    if (!folder.isEmpty()) {
+        files << folder + QStringLiteral("/client.conf");
+    } else {
+        files << QDir::homePath() + QStringLiteral("/.pulse/client.conf")
+              << QDir::homePath() + QStringLiteral("/.config/pulse/client.conf");
+    }
+    files << QStringLiteral("/etc/pulse/client.conf");
+    const QDir drop(dropFolder);
+    for (const QString &name : drop.entryList({ QStringLiteral("*.conf") }, QDir::Files))
+        files << drop.filePath(name);
+    return files;
+}
+
 // Whether one of the client configuration files names a server.
 bool configurationNamesServer()
 {
-    QStringList files;
-    const QString chosen = qEnvironmentVariable("PULSE_CLIENTCONFIG");
-    if (!chosen.isEmpty()) {
-        files << chosen;
-    } else {
-        files << QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation)
-                + QStringLiteral("/pulse/client.conf")
-              << QDir::homePath() + QStringLiteral("/.pulse/client.conf")
-              << QStringLiteral("/etc/pulse/client.conf");
-        const QDir drop(QStringLiteral("/etc/pulse/client.conf.d"));
-        for (const QString &name : drop.entryList({ QStringLiteral("*.conf") }, QDir::Files))
-            files << drop.filePath(name);
-    }
-    for (const QString &name : qAsConst(files)) {
+    const QStringList files = configurationFiles();
+    for (const QString &name : files) {
         QFile file(name);
         if (!file.open(QIODevice::ReadOnly))
             continue;
@@ -116,12 +126,14 @@ PulseAudio::PulseAudio(QObject *parent)
     retry.setSingleShot(true);
     retry.setTimerType(Qt::VeryCoarseTimer);
     connect(&retry, &QTimer::timeout, this, &PulseAudio::connectToServer);
-    // A socket made or removed in the watched folder: look again at once.
-    connect(&watcher, &QFileSystemWatcher::directoryChanged, this, [this] {
-        // Only while waiting: an attempt under way would only be delayed by starting over.
+    // A socket or a configuration made, removed or changed: look again at once, but only
+    // while waiting (an attempt under way would only be delayed by starting over).
+    auto lookAgain = [this] {
         if (waiting)
             retry.start(0);
-    });
+    };
+    connect(&watcher, &QFileSystemWatcher::directoryChanged, this, lookAgain);
+    connect(&watcher, &QFileSystemWatcher::fileChanged, this, lookAgain);
     connectToServer();
 }
 
@@ -144,7 +156,7 @@ void PulseAudio::connectToServer()
     if (!m_pa) {
         if (!serverMayBeThere()) {
             reportNoServer();
-            waitForServer();
+            waitForServer(false);
             return;
         }
         m_pa = PulseLibrary::get();
@@ -183,13 +195,16 @@ void PulseAudio::connectToServer()
         return;
     // Failing without an error: no server was found and there is no D-Bus on which the library
     // could wait for one to appear, so nothing would ever call back. Look again from time to time.
+    // The state callback has said so already and asks again later.
     const int error = m_pa->pa_context_errno(context);
     if (error != PA_OK) {
-        qCWarning(lcLinux) << "Cannot connect to the sound server" << m_pa->pa_strerror(error);
+        if (!failureReported)
+            qCWarning(lcLinux) << "Cannot connect to the sound server" << m_pa->pa_strerror(error);
+        failureReported = true;
         return;
     }
     reportNoServer();
-    waitForServer();
+    waitForServer(true);
 }
 
 void PulseAudio::reportNoServer()
@@ -199,32 +214,68 @@ void PulseAudio::reportNoServer()
     failureReported = true;
 }
 
-// Without a session bus, the library cannot wait for a server itself. Its socket appearing is
-// what matters, so the folder it is made in is watched (which costs no wakeups); a slow poll
-// stays for servers named elsewhere (PULSE_SERVER, the X11 root window, client.conf).
-void PulseAudio::waitForServer()
+namespace {
+// The folder, or while it is not there, the nearest one above it that is.
+QString nearestFolder(const QString &path)
 {
-    const QString folder = runtimeFolder();
-    if (!folder.isEmpty()) {
-        QStringList wanted;
-        if (QFileInfo(folder).isDir())
-            wanted << folder;
+    QString at = QFileInfo(path).absoluteFilePath();
+    while (!QFileInfo(at).isDir()) {
+        const QString up = QFileInfo(at).absolutePath();
+        if (up == at)
+            return QString();
+        at = up;
+    }
+    return at;
+}
+} // namespace
+
+// Without a session bus, the library cannot wait for a server itself. While nothing names one,
+// whatever could is watched, which costs no wakeups: the folder the server's socket is made in,
+// the session bus's folder, the system-wide server's, and the client configuration files (in
+// place, and the folders they would be made in). A server that is named (or may be, on the X
+// display's root window) but does not answer can only be asked again now and then.
+void PulseAudio::waitForServer(bool named)
+{
+    QStringList folders;
+    QStringList files;
+    const QString socketFolder = runtimeFolder();
+    if (!socketFolder.isEmpty()) {
         // Until the runtime folder exists, the one it will be made in.
-        const QString parent = QFileInfo(folder).absolutePath();
-        if (wanted.isEmpty() && QFileInfo(parent).isDir())
-            wanted << parent;
-        const QStringList stale = watcher.directories();
-        for (const QString &path : stale) {
-            if (!wanted.contains(path))
-                watcher.removePath(path);
-        }
-        for (const QString &path : qAsConst(wanted)) {
-            if (!watcher.directories().contains(path))
-                watcher.addPath(path);
-        }
+        if (QFileInfo(socketFolder).isDir())
+            folders << socketFolder;
+        else if (QFileInfo(QFileInfo(socketFolder).absolutePath()).isDir())
+            folders << QFileInfo(socketFolder).absolutePath();
+    }
+    const QString runtime = qEnvironmentVariable("XDG_RUNTIME_DIR");
+    if (!runtime.isEmpty() && QFileInfo(runtime).isDir())
+        folders << QFileInfo(runtime).absoluteFilePath();
+    folders << nearestFolder(QStringLiteral("/run/pulse"));
+    QStringList configuration = configurationFiles();
+    configuration << dropFolder + QStringLiteral("/any.conf");
+    for (const QString &file : qAsConst(configuration)) {
+        if (QFileInfo(file).isFile())
+            files << file;
+        folders << nearestFolder(QFileInfo(file).absolutePath());
+    }
+    folders.removeAll(QString());
+    folders.removeDuplicates();
+    const QStringList wanted = folders + files;
+    const QStringList watched = watcher.directories() + watcher.files();
+    for (const QString &path : watched) {
+        if (!wanted.contains(path))
+            watcher.removePath(path);
+    }
+    for (const QString &path : wanted) {
+        if (!watched.contains(path))
+            watcher.addPath(path);
     }
     waiting = true;
-    retry.start(serverPollInterval);
+    if (named)
+        retry.start(serverPollInterval);
+    else if (serverMayBeThere())
+        retry.start(0); // It came while the watches were being set up.
+    else
+        retry.stop();
 }
 
 void PulseAudio::onStateChanged()
@@ -232,9 +283,12 @@ void PulseAudio::onStateChanged()
     switch (m_pa->pa_context_get_state(context)) {
     case PA_CONTEXT_READY:
         failureReported = false;
+        retryDelay = reconnectDelay;
         retry.stop();
         if (!watcher.directories().isEmpty())
             watcher.removePaths(watcher.directories());
+        if (!watcher.files().isEmpty())
+            watcher.removePaths(watcher.files());
         m_pa->pa_operation_unref(m_pa->pa_context_subscribe(context,
             pa_subscription_mask_t(PA_SUBSCRIPTION_MASK_SINK | PA_SUBSCRIPTION_MASK_SERVER),
             nullptr, nullptr));
@@ -250,8 +304,10 @@ void PulseAudio::onStateChanged()
         sinkName.clear();
         setAvailable(false);
         // Not at once: without D-Bus to wait on, a missing server fails every attempt on the
-        // spot, and retrying at once would spin.
-        retry.start(reconnectDelay);
+        // spot, and retrying at once would spin. A server that keeps refusing (one that is
+        // named but not running) is asked less and less often, down to the slow poll.
+        retry.start(retryDelay);
+        retryDelay = qMin(2 * retryDelay, serverPollInterval);
         break;
     default:
         break;

@@ -36,10 +36,17 @@ public:
     static int percentFromVolume(uint32_t volume);
     static uint32_t volumeFromPercent(int percent);
 
-    // Where a server's socket is waited for while none runs and there is no D-Bus to wait on:
-    // the server's runtime folder, or the folder it would be made in while it is not there.
+    // What is watched while no server runs and there is no D-Bus to wait on: the server's
+    // runtime folder (or the folder it would be made in while it is not there), the session
+    // bus's and the system-wide server's folders, the client configuration and its folders.
     QStringList watchedFolders() const { return watcher.directories(); }
+    QStringList watchedFiles() const { return watcher.files(); }
+    // A server that is named but does not answer is asked again this often.
+    bool isPolling() const { return retry.isActive(); }
+    int retryInterval() const { return retry.interval(); }
     static constexpr int serverPollInterval = 30000;
+    // The first look again after a connection fails.
+    static constexpr int reconnectDelay = 1000;
     // Whether a sound server may be found now (named, waited for on D-Bus, or its socket is
     // there); until one may, the client library is not loaded.
     static bool serverMayBeThere();
@@ -57,7 +64,7 @@ private:
     void onServerInfo(const pa_server_info *info);
     void onSinkInfo(const pa_sink_info *info);
     void setAvailable(bool value);
-    void waitForServer();
+    void waitForServer(bool named);
     void reportNoServer();
 
     const PulseLibrary *m_pa = nullptr;
@@ -69,6 +76,7 @@ private:
     bool currentMute = false;
     bool available = false;
     bool failureReported = false;
+    int retryDelay = reconnectDelay;
     // No attempt is under way; the next one comes from the watcher or the poll.
     bool waiting = false;
     QFileSystemWatcher watcher;

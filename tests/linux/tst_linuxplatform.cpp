@@ -20,6 +20,7 @@
 #include <QImage>
 #include <QJsonArray>
 #include <QProcess>
+#include <QSaveFile>
 #include <QSettings>
 #include <QSignalSpy>
 #include <QTemporaryDir>
@@ -84,6 +85,8 @@ private slots:
     void idleWithoutScreenSaverLogsOnce();
     void noSoundServerIsSaidInWords();
     void soundServerStartingLaterIsFound();
+    void configurationNamingAServerIsNoticed();
+    void namedServerThatDoesNotAnswerIsAskedAgain();
     void sessionActionsWithoutServices();
     void installedAppsOverTheWire();
 
@@ -420,6 +423,79 @@ void TestLinuxPlatform::noSoundServerIsSaidInWords()
         1);
     QVERIFY(!audio.isAvailable());
     QCOMPARE(log.count(QStringLiteral("Cannot connect to the sound server")), 0);
+    // Nothing names a server: what could is watched, and nothing is polled.
+    QVERIFY(!audio.isPolling());
+    QVERIFY(audio.watchedFolders().contains(QFileInfo(runtime.path()).absoluteFilePath()));
+    QVERIFY2(audio.watchedFolders().contains(QStringLiteral("/etc/pulse"))
+            || audio.watchedFolders().contains(QStringLiteral("/etc")),
+        qPrintable(audio.watchedFolders().join(QLatin1Char(' '))));
+}
+
+void TestLinuxPlatform::configurationNamingAServerIsNoticed()
+{
+    // No server where the program looks, and no D-Bus: then a server starts somewhere else and
+    // the user's client configuration is written to name it, folder and all. Nothing polls for
+    // it; the configuration appearing is what is noticed.
+    QTemporaryDir root;
+    const QString home = root.filePath(QStringLiteral("home"));
+    const QString config = home + QStringLiteral("/.config");
+    QVERIFY(QDir().mkpath(config));
+    const TestEnvironment::Variable homeHere("HOME", home.toUtf8());
+    const TestEnvironment::Variable server("PULSE_SERVER", QByteArray());
+    const TestEnvironment::Variable clientConfig("PULSE_CLIENTCONFIG", QByteArray());
+    const TestEnvironment::Variable configPath("PULSE_CONFIG_PATH", QByteArray());
+    const TestEnvironment::Variable pulseRuntime(
+        "PULSE_RUNTIME_PATH", root.filePath(QStringLiteral("nowhere")).toUtf8());
+    const TestEnvironment::Variable xdgRuntime("XDG_RUNTIME_DIR", root.path().toUtf8());
+    const TestEnvironment::Variable display("DISPLAY", QByteArray());
+    LogCapture log;
+    PulseAudio audio;
+    QTRY_COMPARE(log.count(QStringLiteral(
+                     "No sound server is running: volume and mute wait for one to start")),
+        1);
+    QVERIFY(!audio.isPolling());
+    QVERIFY(audio.watchedFolders().contains(QFileInfo(config).absoluteFilePath()));
+
+    const QString elsewhere = root.filePath(QStringLiteral("elsewhere"));
+    QVERIFY(QDir().mkpath(root.filePath(QStringLiteral("daemon"))));
+    QVERIFY(QDir().mkpath(elsewhere));
+    SoundServer daemon;
+    QVERIFY(daemon.start(
+        root.filePath(QStringLiteral("daemon")), elsewhere, QStringLiteral("velm_configured")));
+    QVERIFY(!audio.isAvailable());
+    QVERIFY(QDir().mkpath(config + QStringLiteral("/pulse")));
+    QSaveFile file(config + QStringLiteral("/pulse/client.conf"));
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write("# written while the program waits\ndefault-server = unix:"
+        + QFile::encodeName(elsewhere) + "/native\n");
+    QVERIFY(file.commit());
+    QTRY_VERIFY_WITH_TIMEOUT(audio.isAvailable(), 10000);
+    QVERIFY(!audio.isPolling());
+    QVERIFY(audio.watchedFolders().isEmpty());
+    QVERIFY(audio.watchedFiles().isEmpty());
+    QVERIFY(daemon.stop());
+}
+
+void TestLinuxPlatform::namedServerThatDoesNotAnswerIsAskedAgain()
+{
+    // A server is named but nothing answers there: only asking again now and then can find it.
+    QTemporaryDir root;
+    const TestEnvironment::Variable server("PULSE_SERVER",
+        QByteArray("unix:") + QFile::encodeName(root.filePath(QStringLiteral("none"))));
+    const TestEnvironment::Variable pulseRuntime(
+        "PULSE_RUNTIME_PATH", root.filePath(QStringLiteral("pulse")).toUtf8());
+    const TestEnvironment::Variable xdgRuntime("XDG_RUNTIME_DIR", root.path().toUtf8());
+    const TestEnvironment::Variable display("DISPLAY", QByteArray());
+    LogCapture log;
+    PulseAudio audio;
+    QTRY_COMPARE(log.count(QStringLiteral("Sound server connection lost Connection refused")), 1);
+    QVERIFY(audio.isPolling());
+    // Asked less and less often: again after 1 s, then 2 s, then 4 s; and said once.
+    QTRY_COMPARE_WITH_TIMEOUT(audio.retryInterval(), 4000, 10000);
+    QCOMPARE(log.count(QStringLiteral("Sound server connection lost Connection refused")), 1);
+    QCOMPARE(log.count(QStringLiteral("Cannot connect to the sound server Connection refused")), 0);
+    QVERIFY(audio.isPolling());
+    QVERIFY(!audio.isAvailable());
 }
 
 void TestLinuxPlatform::soundServerStartingLaterIsFound()
@@ -440,7 +516,7 @@ void TestLinuxPlatform::soundServerStartingLaterIsFound()
         1);
     // The server's folder, or while it is not there, the one it will be made in.
     const QStringList watched = audio.watchedFolders();
-    QVERIFY2(watched == QStringList { runtime } || watched == QStringList { root.path() },
+    QVERIFY2(watched.contains(runtime) || watched.contains(root.path()),
         qPrintable(watched.join(QLatin1Char(' '))));
 
     SoundServer daemon;
