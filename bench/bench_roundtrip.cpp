@@ -27,6 +27,8 @@
 #include <memory>
 #include <vector>
 
+#include <sys/resource.h>
+
 namespace {
 
 const QString benchCode = QStringLiteral("bench");
@@ -219,7 +221,17 @@ Latency measureLatency(Setup &setup, int roundTrips)
     return result;
 }
 
-double measureThroughput(Setup &setup, int clients, int milliseconds)
+long minorFaults()
+{
+    rusage usage {};
+    getrusage(RUSAGE_SELF, &usage);
+    return usage.ru_minflt;
+}
+
+// With faultsPerMessage, the page faults taken per message while measuring (the allocator
+// giving memory back and taking it again shows there).
+double measureThroughput(
+    Setup &setup, int clients, int milliseconds, double *faultsPerMessage = nullptr)
 {
     std::vector<std::unique_ptr<Driver>> drivers;
     long long replies = 0;
@@ -235,10 +247,13 @@ double measureThroughput(Setup &setup, int clients, int milliseconds)
     for (auto &driver : drivers)
         driver->replies = &replies;
     QElapsedTimer timer;
+    const long faultsBefore = minorFaults();
     timer.start();
     spin(milliseconds);
     const long long counted = replies;
     const double seconds = timer.nsecsElapsed() / 1e9;
+    if (faultsPerMessage && counted > 0)
+        *faultsPerMessage = double(minorFaults() - faultsBefore) / double(counted);
     for (auto &driver : drivers) {
         driver->running = false;
         driver->replies = nullptr;
@@ -291,7 +306,9 @@ int main(int argc, char *argv[])
     // "velm" alone runs (b) with 100 clients for a profiler.
     if (argc > 1 && qstrcmp(argv[1], "velm") == 0) {
         VelmSetup velm;
-        std::printf("%.0f msg/s\n", measureThroughput(velm, 100, 5 * window));
+        double faults = 0;
+        const double rate = measureThroughput(velm, 100, 5 * window, &faults);
+        std::printf("%.0f msg/s, %.3f page faults per message\n", rate, faults);
         return 0;
     }
     // "latecho" and "latvelm" alone print the p50 latency of (a) or (b), one client, in us.
@@ -312,7 +329,9 @@ int main(int argc, char *argv[])
     }
     if (argc > 1 && qstrcmp(argv[1], "echo") == 0) {
         EchoSetup echo;
-        std::printf("%.0f msg/s\n", measureThroughput(echo, 100, 5 * window));
+        double faults = 0;
+        const double rate = measureThroughput(echo, 100, 5 * window, &faults);
+        std::printf("%.0f msg/s, %.3f page faults per message\n", rate, faults);
         return 0;
     }
 

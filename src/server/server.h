@@ -183,6 +183,8 @@ private:
     // Closes a connection whose peer lets more queue up than it may.
     bool checkBacklog(QTcpSocket *transport, bool authenticated);
     static void raiseDescriptorLimit();
+    // The allocator's policy for the buffers connections take and give back all the time.
+    static void keepHeapThroughBursts();
     void sendFramed(QWebSocket *socket, const QByteArray &json, const QVector<MessagePart> &parts);
 
     QZeroConf zeroConf;
