@@ -7,11 +7,13 @@
 
 #include <QCoreApplication>
 #include <QLoggingCategory>
+#include <QSettings>
 #include <QTemporaryDir>
 #include <QWebSocket>
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 
 namespace {
 struct Harness
@@ -35,14 +37,25 @@ struct Harness
         server = new Server;
         new AuthenticationHandler(server, L::auth);
         QCoreApplication::processEvents();
+        // A paired device's connection that proved its key: its messages are decrypted with a
+        // session key of the server's own making, as on a real connection.
+        QSettings pairings;
+        pairings.beginGroup(L::auth);
+        pairings.setValue(QStringLiteral("device"), QStringLiteral("t"));
         withKey = new QWebSocket;
-        withKey->setProperty(Server::idProperty, QStringLiteral("device"));
-        withKey->setProperty(
-            Server::sessionTokenProperty, QStringLiteral("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdef"));
-        withKey->setProperty(Server::aesKeyProperty,
-            Server::computeAESKey(QStringLiteral("device"), QStringLiteral("t"),
-                QStringLiteral("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdef")));
+        server->startAuthentication(QStringLiteral("device"), withKey);
+        server->setAuthentication(withKey, true);
         withoutKey = new QWebSocket;
+        // The harness itself is checked: a message encrypted under that key must arrive.
+        const QByteArray key = Server::computeAESKey(QStringLiteral("device"), QStringLiteral("t"),
+            withKey->property(Server::sessionTokenProperty).toString());
+        QString arrived;
+        QObject::connect(server, &Server::unhandledMessage,
+            [&arrived](const QString &method) { arrived = method; });
+        server->dispatch(withKey, server->encrypt(R"({"_":"harness"})", key));
+        QObject::disconnect(server, &Server::unhandledMessage, nullptr, nullptr);
+        if (arrived != QLatin1String("harness"))
+            abort();
     }
 };
 } // namespace
