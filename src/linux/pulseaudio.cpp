@@ -193,16 +193,16 @@ void PulseAudio::connectToServer()
             pa_context_flags_t(PA_CONTEXT_NOFAIL | PA_CONTEXT_NOAUTOSPAWN), nullptr)
         >= 0)
         return;
-    // Failing without an error: no server was found and there is no D-Bus on which the library
-    // could wait for one to appear, so nothing would ever call back. Look again from time to time.
-    // The state callback has said so already and asks again later.
     const int error = m_pa->pa_context_errno(context);
     if (error != PA_OK) {
+        // The state callback asks again later.
         if (!failureReported)
             qCWarning(lcLinux) << "Cannot connect to the sound server" << m_pa->pa_strerror(error);
         failureReported = true;
         return;
     }
+    // Failing without an error: no server was found and there is no D-Bus on which the library
+    // could wait for one to appear, so nothing would ever call back. Look again from time to time.
     reportNoServer();
     waitForServer(true);
 }
@@ -250,13 +250,14 @@ void PulseAudio::waitForServer(bool named)
     if (!runtime.isEmpty() && QFileInfo(runtime).isDir())
         folders << QFileInfo(runtime).absoluteFilePath();
     folders << nearestFolder(QStringLiteral("/run/pulse"));
-    QStringList configuration = configurationFiles();
-    configuration << dropFolder + QStringLiteral("/any.conf");
-    for (const QString &file : qAsConst(configuration)) {
+    const QStringList configuration = configurationFiles();
+    for (const QString &file : configuration) {
         if (QFileInfo(file).isFile())
             files << file;
         folders << nearestFolder(QFileInfo(file).absolutePath());
     }
+    // A drop-in file made where there was none.
+    folders << nearestFolder(dropFolder);
     folders.removeAll(QString());
     folders.removeDuplicates();
     const QStringList wanted = folders + files;
