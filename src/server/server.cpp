@@ -499,29 +499,26 @@ void Server::broadcastMessage(const QString &method)
 
 void Server::broadcastMessage(const QString &method, QJsonObject &&obj)
 {
-    if (clients.isEmpty())
-        return;
-    const QByteArray json = Json::compact(obj, method);
-    const QVector<QWebSocket *> recipients = clients;
-    for (QWebSocket *socket : recipients)
-        sendFramed(socket, json, QVector<MessagePart>());
+    // The text is written only when someone is there to read it.
+    if (!clients.isEmpty())
+        broadcastJson(Json::compact(obj, method), QVector<MessagePart>());
 }
 
 void Server::broadcastMessage(const QString &method, std::initializer_list<Json::Field> fields)
 {
-    if (clients.isEmpty())
-        return;
-    const QByteArray json = Json::compact(method, fields);
-    const QVector<QWebSocket *> recipients = clients;
-    for (QWebSocket *socket : recipients)
-        sendFramed(socket, json, QVector<MessagePart>());
+    if (!clients.isEmpty())
+        broadcastJson(Json::compact(method, fields), QVector<MessagePart>());
 }
 
 void Server::broadcastMessage(const QJsonObject &obj, const QVector<MessagePart> &parts)
 {
-    if (clients.isEmpty())
-        return;
-    const QByteArray json = Json::compact(obj);
+    if (!clients.isEmpty())
+        broadcastJson(Json::compact(obj), parts);
+}
+
+void Server::broadcastJson(const QByteArray &json, const QVector<MessagePart> &parts)
+{
+    // A send may close a connection (its backlog), which changes the list.
     const QVector<QWebSocket *> recipients = clients;
     for (QWebSocket *socket : recipients)
         sendFramed(socket, json, parts);

@@ -186,6 +186,7 @@ private:
     // The allocator's policy for the buffers connections take and give back all the time.
     static void keepHeapThroughBursts();
     void sendFramed(QWebSocket *socket, const QByteArray &json, const QVector<MessagePart> &parts);
+    void broadcastJson(const QByteArray &json, const QVector<MessagePart> &parts);
 
     QZeroConf zeroConf;
     int nameConflicts = 0;

@@ -32,6 +32,8 @@
 namespace {
 QTemporaryDir *dataHome = nullptr;
 QTemporaryDir *configHome = nullptr;
+const QString noSoundServer
+    = QStringLiteral("No sound server is running: volume and mute wait for one to start");
 QTemporaryDir *files = nullptr;
 
 QString applicationsDir() { return dataHome->filePath(QStringLiteral("applications")); }
@@ -410,7 +412,7 @@ void TestLinuxPlatform::idleWithoutScreenSaverLogsOnce()
 void TestLinuxPlatform::noSoundServerIsSaidInWords()
 {
     // No server named, none where one would be, and no D-Bus on which the sound server's
-    // library could wait for one: the program looks again from time to time.
+    // library could wait for one: the program says so once and watches for one.
     QTemporaryDir runtime;
     const TestEnvironment::Variable server("PULSE_SERVER", QByteArray());
     const TestEnvironment::Variable pulseRuntime("PULSE_RUNTIME_PATH", runtime.path().toUtf8());
@@ -418,9 +420,7 @@ void TestLinuxPlatform::noSoundServerIsSaidInWords()
     const TestEnvironment::Variable display("DISPLAY", QByteArray());
     LogCapture log;
     PulseAudio audio;
-    QTRY_COMPARE(log.count(QStringLiteral(
-                     "No sound server is running: volume and mute wait for one to start")),
-        1);
+    QTRY_COMPARE(log.count(noSoundServer), 1);
     QVERIFY(!audio.isAvailable());
     QCOMPARE(log.count(QStringLiteral("Cannot connect to the sound server")), 0);
     // Nothing names a server: what could is watched, and nothing is polled.
@@ -450,9 +450,7 @@ void TestLinuxPlatform::configurationNamingAServerIsNoticed()
     const TestEnvironment::Variable display("DISPLAY", QByteArray());
     LogCapture log;
     PulseAudio audio;
-    QTRY_COMPARE(log.count(QStringLiteral(
-                     "No sound server is running: volume and mute wait for one to start")),
-        1);
+    QTRY_COMPARE(log.count(noSoundServer), 1);
     QVERIFY(!audio.isPolling());
     QVERIFY(audio.watchedFolders().contains(QFileInfo(config).absoluteFilePath()));
 
@@ -511,9 +509,7 @@ void TestLinuxPlatform::soundServerStartingLaterIsFound()
     const TestEnvironment::Variable display("DISPLAY", QByteArray());
     LogCapture log;
     PulseAudio audio;
-    QTRY_COMPARE(log.count(QStringLiteral(
-                     "No sound server is running: volume and mute wait for one to start")),
-        1);
+    QTRY_COMPARE(log.count(noSoundServer), 1);
     // The server's folder, or while it is not there, the one it will be made in.
     const QStringList watched = audio.watchedFolders();
     QVERIFY2(watched.contains(runtime) || watched.contains(root.path()),
