@@ -536,8 +536,10 @@ void Server::sendFramed(
     int total = 4 + bodySize;
     for (const MessagePart &part : parts)
         total += 5 + part.data.size();
-    QByteArray buffer(total, Qt::Uninitialized);
-    char *out = buffer.data();
+    // Room in front for the frame's header, so that a direct write sends one piece.
+    QByteArray buffer(maxFrameHeader + total, Qt::Uninitialized);
+    char *const message = buffer.data() + maxFrameHeader;
+    char *out = message;
     qToBigEndian<qint32>(bodySize, out);
     if (!key)
         memcpy(out + 4, json.constData(), size_t(json.size()));
@@ -550,9 +552,69 @@ void Server::sendFramed(
         memcpy(out + 5, part.data.constData(), size_t(part.data.size()));
         out += 5 + part.data.size();
     }
-    socket->sendBinaryMessage(buffer);
-    if (QTcpSocket *transport = transports.value(socket))
+    QTcpSocket *transport = transports.value(socket);
+    if (!writeFrame(socket, transport, message, total))
+        socket->sendBinaryMessage(QByteArray::fromRawData(message, total));
+    if (transport)
         checkBacklog(transport, authenticatedTransports.contains(transport));
+}
+
+bool Server::writeFrame(QWebSocket *socket, QTcpSocket *transport, char *message, int size)
+{
+#ifdef Q_OS_UNIX
+    // The WebSocket layer queues every message on the connection and writes it when the loop
+    // next hears that the connection can take it: a notifier switched on and off (each a walk
+    // through the loop's list of sockets), a wake-up and one more turn of the loop per reply.
+    // The connection nearly always can take it now, so the same frame is written at once;
+    // only what the connection does not take is queued as before. Anything already queued
+    // (an earlier reply, a pong, a close) goes first, and larger messages, which the layer
+    // splits into several frames, keep its way.
+    if (!transport || socket->state() != QAbstractSocket::ConnectedState
+        || transport->state() != QAbstractSocket::ConnectedState || transport->bytesToWrite() > 0
+        || quint64(size) > socket->outgoingFrameSize())
+        return false;
+    const qintptr descriptor = transport->socketDescriptor();
+    if (descriptor < 0)
+        return false;
+    // FIN and the binary opcode; a server's frames are not masked.
+    char *frame = message;
+    if (size <= 125) {
+        frame -= 2;
+        frame[1] = char(size);
+    } else if (size <= 0xFFFF) {
+        frame -= 4;
+        frame[1] = char(126);
+        qToBigEndian<quint16>(quint16(size), frame + 2);
+    } else {
+        frame -= 10;
+        frame[1] = char(127);
+        qToBigEndian<quint64>(quint64(size), frame + 2);
+    }
+    frame[0] = char(0x82);
+    const qint64 length = message + size - frame;
+#ifdef MSG_NOSIGNAL
+    const int flags = MSG_NOSIGNAL | MSG_DONTWAIT;
+#else
+    const int flags = MSG_DONTWAIT;
+#endif
+    qint64 sent;
+    do {
+        sent = ::send(int(descriptor), frame, size_t(length), flags);
+    } while (sent < 0 && errno == EINTR);
+    // A connection that failed is left for the socket to find out on its own write, as it
+    // would have without this.
+    if (sent < 0)
+        sent = 0;
+    if (sent < length)
+        transport->write(frame + sent, length - sent);
+    return true;
+#else
+    Q_UNUSED(socket)
+    Q_UNUSED(transport)
+    Q_UNUSED(message)
+    Q_UNUSED(size)
+    return false;
+#endif
 }
 
 void Server::addHandler(MessageHandler *handler) { handlers.insert(handler->getName(), handler); }

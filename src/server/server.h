@@ -186,6 +186,10 @@ private:
     // The allocator's policy for the buffers connections take and give back all the time.
     static void keepHeapThroughBursts();
     void sendFramed(QWebSocket *socket, const QByteArray &json, const QVector<MessagePart> &parts);
+    // Writes message (with maxFrameHeader bytes free before it) as one WebSocket frame straight
+    // to the connection; false when the WebSocket layer is to send it.
+    bool writeFrame(QWebSocket *socket, QTcpSocket *transport, char *message, int size);
+    static constexpr int maxFrameHeader = 10;
     void broadcastJson(const QByteArray &json, const QVector<MessagePart> &parts);
 
     QZeroConf zeroConf;

@@ -23,6 +23,9 @@
 
 namespace {
 
+using RawWebSocket::handshake;
+using RawWebSocket::statusLine;
+
 // One client-to-server WebSocket frame, masked as clients must mask them (unless told not to).
 QByteArray clientFrame(quint8 opcode, const QByteArray &payload, bool masked = true)
 {
@@ -51,25 +54,6 @@ QByteArray clientFrame(quint8 opcode, const QByteArray &payload, bool masked = t
     for (int i = 0; i < body.size(); ++i)
         body[i] = char(body.at(i) ^ mask[i % 4]);
     return frame + body;
-}
-
-QByteArray handshake(quint16 port, const QByteArray &query, const QByteArray &origin = QByteArray())
-{
-    QByteArray request = "GET /?" + query
-        + " HTTP/1.1\r\nHost: 127.0.0.1:" + QByteArray::number(port)
-        + "\r\nUpgrade: websocket\r\nConnection: Upgrade\r\n"
-          "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\nSec-WebSocket-Version: 13\r\n";
-    if (!origin.isNull())
-        request += "Origin: " + origin + "\r\n";
-    return request + "\r\n";
-}
-
-// The first line the server answers a raw connection with.
-QByteArray statusLine(QTcpSocket &socket)
-{
-    if (!QTest::qWaitFor([&] { return socket.canReadLine(); }, 5000))
-        return QByteArray();
-    return socket.readLine().trimmed();
 }
 
 int openDescriptors()

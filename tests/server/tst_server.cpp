@@ -9,11 +9,55 @@
 #include <QSettings>
 #include <QSignalSpy>
 #include <QTcpServer>
+#include <QTcpSocket>
 #include <QTimer>
+#include <QtEndian>
 #include <QtTest>
+
+#include <csignal>
 
 namespace {
 const QString lastUsedPort = QStringLiteral("lastUsedPort");
+
+// The server side of the raw connection whose local port is port.
+QTcpSocket *transportOf(Server &server, quint16 port)
+{
+    for (QTcpSocket *transport : server.findChildren<QTcpSocket *>()) {
+        if (transport->peerPort() == port)
+            return transport;
+    }
+    return nullptr;
+}
+
+// A raw connection of an unknown device, past the handshake and the server's "wa".
+bool openRaw(QTcpSocket &raw, quint16 port, const QByteArray &id)
+{
+    raw.connectToHost(QHostAddress::LocalHost, port);
+    if (!raw.waitForConnected(5000))
+        return false;
+    raw.write(RawWebSocket::handshake(port, "i=" + id + "&v=1"));
+    if (RawWebSocket::statusLine(raw) != "HTTP/1.1 101 Switching Protocols"
+        || !RawWebSocket::skipHead(raw))
+        return false;
+    QByteArray bytes;
+    RawWebSocket::Frame frame;
+    QString error;
+    return QTest::qWaitFor(
+               [&] {
+                   bytes += raw.readAll();
+                   return RawWebSocket::takeFrame(bytes, &frame, &error);
+               },
+               5000)
+        && frame.payload.endsWith("{\"_\":\"wa\"}");
+}
+
+// A message of exactly size bytes: the length of its body, then the body.
+QByteArray messageOfSize(int size, char fill)
+{
+    QByteArray message(size, fill);
+    qToBigEndian<qint32>(size - 4, message.data());
+    return message;
+}
 
 quint16 freePortInDynamicRange()
 {
@@ -53,6 +97,11 @@ private slots:
     void sendMessageReplacesMethod();
     void broadcastMethodOnly();
     void maxIncomingMessageSize();
+    void framesOnTheWire();
+    void messagesOfEverySizeArrive_data();
+    void messagesOfEverySizeArrive();
+    void repliesToAPeerThatDoesNotReadWaitInOrder();
+    void sendingToAPeerThatLeftIsHarmless();
 };
 
 void TestServer::quietNetworkWakesNothing()
@@ -375,6 +424,170 @@ void TestServer::maxIncomingMessageSize()
     known.send(QJsonObject { { L::method, QStringLiteral("echo") }, { L::value, filler } });
     QTRY_COMPARE_WITH_TIMEOUT(handler->calls.size(), 1, 10000);
     QCOMPARE(handler->calls.at(0).message.value(L::value).toString().size(), filler.size());
+}
+
+void TestServer::framesOnTheWire()
+{
+    // Byte for byte what the WebSocket layer writes: one final binary frame, not masked, its
+    // length in the fewest bytes; a message longer than a frame goes out in several.
+    Server server;
+    new AuthenticationHandler(&server, L::auth);
+    SocketWatcher watcher(&server);
+    const quint16 port = listeningPort(&server);
+    QTcpSocket raw;
+    raw.connectToHost(QHostAddress::LocalHost, port);
+    QVERIFY(raw.waitForConnected(5000));
+    raw.write(RawWebSocket::handshake(port, "i=wire&v=1"));
+    QCOMPARE(RawWebSocket::statusLine(raw), QByteArray("HTTP/1.1 101 Switching Protocols"));
+    QVERIFY(RawWebSocket::skipHead(raw));
+    QByteArray bytes;
+    QVERIFY(QTest::qWaitFor(
+        [&] {
+            bytes += raw.readAll();
+            return bytes.size() >= 16;
+        },
+        5000));
+    QCOMPARE(bytes, QByteArray::fromHex("820e0000000a") + "{\"_\":\"wa\"}");
+    bytes.clear();
+
+    QWebSocket *socket = watcher.sockets.at(0);
+    const QTcpSocket *transport = transportOf(server, raw.localPort());
+    QVERIFY(transport);
+    const QList<int> sizes { 5, 125, 126, 127, 4000 };
+    for (int i = 0; i < sizes.size(); ++i) {
+        const QByteArray message = messageOfSize(sizes.at(i), char('a' + i));
+        server.sendJson(socket, message.mid(4), {});
+        // Written at once, not left for a later turn of the loop.
+        QCOMPARE(transport->bytesToWrite(), 0);
+    }
+    socket->setOutgoingFrameSize(100);
+    server.sendJson(socket, messageOfSize(250, 'z').mid(4), {});
+    QByteArray expected;
+    for (int i = 0; i < sizes.size(); ++i) {
+        const int size = sizes.at(i);
+        expected += char(0x82);
+        if (size <= 125) {
+            expected += char(size);
+        } else {
+            expected += char(126);
+            expected += char(size >> 8);
+            expected += char(size & 0xFF);
+        }
+        expected += messageOfSize(size, char('a' + i));
+    }
+    const QByteArray split = messageOfSize(250, 'z');
+    expected += QByteArray::fromHex("0264") + split.left(100);
+    expected += QByteArray::fromHex("0064") + split.mid(100, 100);
+    expected += QByteArray::fromHex("8032") + split.mid(200);
+    QTRY_COMPARE(bytes += raw.readAll(), expected);
+}
+
+void TestServer::messagesOfEverySizeArrive_data()
+{
+    QTest::addColumn<int>("size");
+    QTest::newRow("two-byte length, largest") << 0xFFFF;
+    QTest::newRow("eight-byte length, smallest") << 0x10000;
+    QTest::newRow("a frame's worth") << int(QWebSocket().outgoingFrameSize());
+    QTest::newRow("more than a frame") << int(QWebSocket().outgoingFrameSize()) + 1;
+    QTest::newRow("four megabytes") << 4 * 1024 * 1024;
+}
+
+void TestServer::messagesOfEverySizeArrive()
+{
+    // A client's WebSocket layer reads them whole: it refuses a length not written in the
+    // fewest bytes and a server's frame that is masked.
+    QFETCH(int, size);
+    Pairing::authorize(QStringLiteral("phone"), QStringLiteral("token-of-phone"));
+    Server server;
+    new AuthenticationHandler(&server, L::auth);
+    SocketWatcher watcher(&server);
+    ProtocolClient known(QStringLiteral("phone"));
+    QVERIFY(Pairing::connectAuthenticated(known, listeningPort(&server)));
+    const int before = known.rawMessages.size();
+    const QJsonObject object { { L::method, L::appIcon } };
+    server.sendMessage(watcher.sockets.at(0), object, QVector<Server::MessagePart>());
+    QTRY_COMPARE(known.rawMessages.size(), before + 1);
+    // The body is encrypted: an attachment brings the whole message to the size wanted.
+    const int attachment = size - known.rawMessages.last().size() - 5;
+    QVERIFY(attachment >= 0);
+    QByteArray png(attachment, Qt::Uninitialized);
+    for (int i = 0; i < attachment; ++i)
+        png[i] = char(i * 7 + i / 251);
+    server.sendMessage(watcher.sockets.at(0), object, Server::MessagePart { Server::Png, png });
+    QTRY_COMPARE_WITH_TIMEOUT(known.rawMessages.size(), before + 2, 10000);
+    QCOMPARE(known.rawMessages.last().size(), size);
+    QCOMPARE(known.framesWith(L::appIcon).last().parts.at(0).second, png);
+    QCOMPARE(known.socket().state(), QAbstractSocket::ConnectedState);
+}
+
+void TestServer::repliesToAPeerThatDoesNotReadWaitInOrder()
+{
+    // What the connection does not take at once waits for it, after what waited before and
+    // before what comes later; nothing is lost, and the peer is not closed for it.
+    Server server;
+    new AuthenticationHandler(&server, L::auth);
+    SocketWatcher watcher(&server);
+    const quint16 port = listeningPort(&server);
+    QTcpSocket raw;
+    raw.setSocketOption(QAbstractSocket::ReceiveBufferSizeSocketOption, 4096);
+    QVERIFY(openRaw(raw, port, "slow"));
+    QTcpSocket *transport = transportOf(server, raw.localPort());
+    QVERIFY(transport);
+    QWebSocket *socket = watcher.sockets.at(0);
+    // Sent without turning the loop, so the peer reads nothing meanwhile.
+    const int size = 8000;
+    int sent = 0;
+    while (transport->bytesToWrite() == 0 && sent < 4000)
+        server.sendJson(socket, messageOfSize(size, char('a' + sent++ % 26)).mid(4), {});
+    QVERIFY2(transport->bytesToWrite() > 0, "the connection never filled up");
+    for (int more = 0; more < 2; ++more)
+        server.sendJson(socket, messageOfSize(size, char('a' + sent++ % 26)).mid(4), {});
+
+    QByteArray bytes;
+    int received = 0;
+    QString error;
+    QVERIFY(QTest::qWaitFor(
+        [&] {
+            bytes += raw.readAll();
+            RawWebSocket::Frame frame;
+            while (RawWebSocket::takeFrame(bytes, &frame, &error)) {
+                if (frame.first != 0x82
+                    || frame.payload != messageOfSize(size, char('a' + received % 26)))
+                    return true;
+                ++received;
+            }
+            return received == sent || !error.isEmpty();
+        },
+        20000));
+    QVERIFY2(error.isEmpty(), qPrintable(error));
+    QCOMPARE(received, sent);
+    QVERIFY(bytes.isEmpty());
+    QCOMPARE(raw.state(), QAbstractSocket::ConnectedState);
+    QCOMPARE(watcher.disconnectedCount, 0);
+}
+
+void TestServer::sendingToAPeerThatLeftIsHarmless()
+{
+    // The peer is gone before the server has heard of it: the writes fail (a broken pipe,
+    // which must not end the program) and the connection ends as any other.
+    Server server;
+    new AuthenticationHandler(&server, L::auth);
+    SocketWatcher watcher(&server);
+    const quint16 port = listeningPort(&server);
+    {
+        QTcpSocket raw;
+        QVERIFY(openRaw(raw, port, "gone"));
+        raw.abort();
+    }
+    QWebSocket *socket = watcher.sockets.at(0);
+    QCOMPARE(socket->state(), QAbstractSocket::ConnectedState);
+    // Qt's network layer sets broken pipes aside for the whole process when it makes its
+    // first socket; the server's own writes must not depend on that.
+    const auto previous = std::signal(SIGPIPE, SIG_DFL);
+    const auto restore = qScopeGuard([previous] { std::signal(SIGPIPE, previous); });
+    for (int i = 0; i < 5; ++i)
+        server.sendJson(socket, messageOfSize(8000, 'x').mid(4), {});
+    QTRY_COMPARE(watcher.disconnectedCount, 1);
 }
 
 QTEST_GUILESS_MAIN(TestServer)

@@ -9,6 +9,7 @@
 #include <QVariantMap>
 #include <QWebSocket>
 
+class QTcpSocket;
 class Server;
 
 // A handler for tests: remembers every call and answers each request with the request itself,
@@ -57,3 +58,27 @@ void authorize(const QString &id, const QString &token);
 // Connects a device whose token is stored and waits until it is authenticated.
 bool connectAuthenticated(ProtocolClient &client, quint16 port);
 } // namespace Pairing
+
+// A connection that speaks the WebSocket protocol by hand, to see the bytes on the wire.
+namespace RawWebSocket {
+// The opening handshake of a client asking for "/?query".
+QByteArray handshake(
+    quint16 port, const QByteArray &query, const QByteArray &origin = QByteArray());
+// The first line the server answers with (empty after 5 s without one).
+QByteArray statusLine(QTcpSocket &socket);
+// Reads the rest of the server's answer to the handshake, up to its empty line.
+bool skipHead(QTcpSocket &socket);
+
+// One frame a server sent: its first byte (FIN, opcode), the bytes its header took and its
+// payload.
+struct Frame
+{
+    quint8 first = 0;
+    int headerSize = 0;
+    QByteArray payload;
+};
+// Takes the first whole frame off the front of bytes. False when it is not whole yet, or
+// (with error set) when it is not what a server may send: masked, or its length not written
+// in the fewest bytes.
+bool takeFrame(QByteArray &bytes, Frame *frame, QString *error);
+} // namespace RawWebSocket
