@@ -494,8 +494,8 @@ void TestServer::messagesOfEverySizeArrive_data()
 
 void TestServer::messagesOfEverySizeArrive()
 {
-    // A client's WebSocket layer reads them whole: it refuses a length not written in the
-    // fewest bytes and a server's frame that is masked.
+    // A client's WebSocket layer reads them whole; it refuses a length not written in the
+    // fewest bytes.
     QFETCH(int, size);
     Pairing::authorize(QStringLiteral("phone"), QStringLiteral("token-of-phone"));
     Server server;

@@ -148,7 +148,6 @@ bool takeFrame(QByteArray &bytes, Frame *frame, QString *error)
     if (quint64(bytes.size() - header) < length)
         return false;
     frame->first = data[0];
-    frame->headerSize = header;
     frame->payload = bytes.mid(header, int(length));
     bytes.remove(0, header + int(length));
     return true;

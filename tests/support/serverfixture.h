@@ -69,12 +69,10 @@ QByteArray statusLine(QTcpSocket &socket);
 // Reads the rest of the server's answer to the handshake, up to its empty line.
 bool skipHead(QTcpSocket &socket);
 
-// One frame a server sent: its first byte (FIN, opcode), the bytes its header took and its
-// payload.
+// One frame a server sent: its first byte (FIN, opcode) and its payload.
 struct Frame
 {
     quint8 first = 0;
-    int headerSize = 0;
     QByteArray payload;
 };
 // Takes the first whole frame off the front of bytes. False when it is not whole yet, or
