@@ -29,15 +29,21 @@ QTcpSocket *transportOf(Server &server, quint16 port)
     return nullptr;
 }
 
-// A raw connection of an unknown device, past the handshake and the server's "wa".
-bool openRaw(QTcpSocket &raw, quint16 port, const QByteArray &id)
+// A raw connection of an unknown device, past the handshake.
+bool connectRaw(QTcpSocket &raw, quint16 port, const QByteArray &id)
 {
     raw.connectToHost(QHostAddress::LocalHost, port);
     if (!raw.waitForConnected(5000))
         return false;
     raw.write(RawWebSocket::handshake(port, "i=" + id + "&v=1"));
-    if (RawWebSocket::statusLine(raw) != "HTTP/1.1 101 Switching Protocols"
-        || !RawWebSocket::skipHead(raw))
+    return RawWebSocket::statusLine(raw) == "HTTP/1.1 101 Switching Protocols"
+        && RawWebSocket::skipHead(raw);
+}
+
+// The same, past the server's "wa" too.
+bool openRaw(QTcpSocket &raw, quint16 port, const QByteArray &id)
+{
+    if (!connectRaw(raw, port, id))
         return false;
     QByteArray bytes;
     RawWebSocket::Frame frame;
@@ -435,11 +441,7 @@ void TestServer::framesOnTheWire()
     SocketWatcher watcher(&server);
     const quint16 port = listeningPort(&server);
     QTcpSocket raw;
-    raw.connectToHost(QHostAddress::LocalHost, port);
-    QVERIFY(raw.waitForConnected(5000));
-    raw.write(RawWebSocket::handshake(port, "i=wire&v=1"));
-    QCOMPARE(RawWebSocket::statusLine(raw), QByteArray("HTTP/1.1 101 Switching Protocols"));
-    QVERIFY(RawWebSocket::skipHead(raw));
+    QVERIFY(connectRaw(raw, port, "wire"));
     QByteArray bytes;
     QVERIFY(QTest::qWaitFor(
         [&] {
