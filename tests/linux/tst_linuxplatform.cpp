@@ -131,6 +131,16 @@ void TestLinuxPlatform::initTestCase()
     QSignalSpy ready(platform, &Platform::ready);
     platform->init();
     QCOMPARE(ready.size(), 1);
+    // Nothing is read for clients before the first one arrives.
+    QVERIFY(platform->getInstalledApps().isEmpty());
+    QSignalSpy changed(platform, &Platform::installedAppsChanged);
+    platform->setActive(true);
+    QCOMPARE(changed.size(), 1);
+    QVERIFY(platform->appforId(QStringLiteral("org.velm.Zebra")));
+    // Activated again (a second client leaving), the list is not read again: it is watched.
+    platform->setActive(false);
+    platform->setActive(true);
+    QCOMPARE(changed.size(), 1);
 }
 
 void TestLinuxPlatform::cleanupTestCase()
