@@ -137,7 +137,8 @@ void TestLinuxPlatform::initTestCase()
     platform->setActive(true);
     QCOMPARE(changed.size(), 1);
     QVERIFY(platform->appforId(QStringLiteral("org.velm.Zebra")));
-    // Activated again (a second client leaving), the list is not read again: it is watched.
+    // Activated again (the last client left and another came), the list is not read again: it
+    // is watched.
     platform->setActive(false);
     platform->setActive(true);
     QCOMPARE(changed.size(), 1);
