@@ -4,13 +4,21 @@
 
 #include <QCryptographicHash>
 #include <QDataStream>
+#include <QDir>
+#include <QFile>
 #include <QLoggingCategory>
 #include <QRandomGenerator>
 #include <QThread>
 
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <pwd.h>
+#include <sys/file.h>
+#include <sys/mman.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 Q_LOGGING_CATEGORY(lcSingle, "velm.app.single")
@@ -20,6 +28,141 @@ constexpr int inconsistentBlockLimit = 5000;
 constexpr QDataStream::Version streamVersion = QDataStream::Qt_5_6; // 17
 static_assert(streamVersion == 17, "the wire format is QDataStream version 17");
 } // namespace
+
+namespace {
+QString systemError(const QString &what, int error = errno)
+{
+    return QStringLiteral("%1: %2").arg(what, QString::fromLocal8Bit(::strerror(error)));
+}
+
+// A folder only this user can enter, and that is no link to somewhere else.
+bool isPrivateFolder(const QByteArray &path, QString *why)
+{
+    struct stat info;
+    if (::lstat(path.constData(), &info) != 0) {
+        *why = systemError(QString::fromLocal8Bit(path));
+        return false;
+    }
+    if (!S_ISDIR(info.st_mode)) {
+        *why = QStringLiteral("%1 is not a folder").arg(QString::fromLocal8Bit(path));
+        return false;
+    }
+    if (info.st_uid != ::geteuid()) {
+        *why = QStringLiteral("%1 belongs to another user").arg(QString::fromLocal8Bit(path));
+        return false;
+    }
+    if ((info.st_mode & 077) != 0) {
+        *why = QStringLiteral("%1 can be reached by other users (mode %2)")
+                   .arg(QString::fromLocal8Bit(path))
+                   .arg(info.st_mode & 0777, 3, 8, QLatin1Char('0'));
+        return false;
+    }
+    return true;
+}
+
+bool lockFile(int fd, int operation)
+{
+    int result;
+    do
+        result = ::flock(fd, operation);
+    while (result != 0 && errno == EINTR);
+    return result == 0;
+}
+} // namespace
+
+InstanceBlock::~InstanceBlock()
+{
+    if (m_info)
+        ::munmap(m_info, sizeof(InstancesInfo));
+    // Closing drops the attachment and, if held, the lock.
+    if (m_blockFd >= 0)
+        ::close(m_blockFd);
+    if (m_lockFd >= 0)
+        ::close(m_lockFd);
+}
+
+bool InstanceBlock::openOwnFile(const QString &path, int *fd)
+{
+    const QByteArray name = QFile::encodeName(path);
+    *fd = ::open(name.constData(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
+    if (*fd < 0) {
+        m_error = systemError(path);
+        return false;
+    }
+    struct stat info;
+    if (::fstat(*fd, &info) != 0) {
+        m_error = systemError(path);
+        return false;
+    }
+    if (!S_ISREG(info.st_mode) || info.st_uid != ::geteuid()) {
+        m_error = QStringLiteral("%1 is not a file of this user's").arg(path);
+        return false;
+    }
+    return true;
+}
+
+bool InstanceBlock::attach(const QString &basePath)
+{
+    if (!openOwnFile(basePath + QStringLiteral(".lock"), &m_lockFd) || !lock())
+        return false;
+    if (!openOwnFile(basePath + QStringLiteral(".block"), &m_blockFd))
+        return false;
+    // Nobody attached: whatever the file holds was left by a process that has gone, and the
+    // block starts zero-filled, as a new one. The lock keeps any other starter out meanwhile.
+    if (lockFile(m_blockFd, LOCK_EX | LOCK_NB)) {
+        if (::ftruncate(m_blockFd, 0) != 0) {
+            m_error = systemError(basePath + QStringLiteral(".block"));
+            return false;
+        }
+        m_created = true;
+    } else if (errno != EWOULDBLOCK) {
+        m_error = systemError(basePath + QStringLiteral(".block"));
+        return false;
+    }
+    if (!lockFile(m_blockFd, LOCK_SH)) {
+        m_error = systemError(basePath + QStringLiteral(".block"));
+        return false;
+    }
+    struct stat info;
+    if (::fstat(m_blockFd, &info) != 0
+        || (info.st_size < off_t(sizeof(InstancesInfo))
+            && ::ftruncate(m_blockFd, off_t(sizeof(InstancesInfo))) != 0)) {
+        m_error = systemError(basePath + QStringLiteral(".block"));
+        return false;
+    }
+    void *mapped
+        = ::mmap(nullptr, sizeof(InstancesInfo), PROT_READ | PROT_WRITE, MAP_SHARED, m_blockFd, 0);
+    if (mapped == MAP_FAILED) {
+        m_error = systemError(basePath + QStringLiteral(".block"));
+        return false;
+    }
+    m_info = static_cast<InstancesInfo *>(mapped);
+    return true;
+}
+
+bool InstanceBlock::lock()
+{
+    if (m_locked)
+        return true;
+    if (m_lockFd < 0 || !lockFile(m_lockFd, LOCK_EX)) {
+        m_error = systemError(QStringLiteral("lock"));
+        return false;
+    }
+    m_locked = true;
+    return true;
+}
+
+bool InstanceBlock::unlock()
+{
+    if (!m_locked)
+        return true;
+    m_locked = false;
+    if (!lockFile(m_lockFd, LOCK_UN)) {
+        m_error = systemError(QStringLiteral("unlock"));
+        return false;
+    }
+    return true;
+}
 
 SingleApplicationPrivate::SingleApplicationPrivate(SingleApplication *q)
     : QObject(q)
@@ -32,9 +175,9 @@ SingleApplicationPrivate::~SingleApplicationPrivate()
         socket->close();
         delete socket;
     }
-    if (memory) {
+    if (memory && memory->data()) {
         memory->lock();
-        auto *info = static_cast<InstancesInfo *>(memory->data());
+        auto *info = memory->data();
         if (server) {
             server->close();
             delete server;
@@ -44,8 +187,8 @@ SingleApplicationPrivate::~SingleApplicationPrivate()
             info->checksum = blockChecksum(info);
         }
         memory->unlock();
-        delete memory;
     }
+    delete memory;
 }
 
 QString SingleApplicationPrivate::getUsername()
@@ -56,6 +199,50 @@ QString SingleApplicationPrivate::getUsername()
     if (name.isEmpty())
         name = qEnvironmentVariable("USER");
     return name;
+}
+
+QString SingleApplicationPrivate::privateFolder(QString *error)
+{
+    QString why;
+    const QByteArray runtime = qgetenv("XDG_RUNTIME_DIR");
+    if (!runtime.isEmpty()) {
+        if (isPrivateFolder(runtime, &why))
+            return QFile::decodeName(runtime);
+        qCWarning(lcSingle).noquote() << "Not using XDG_RUNTIME_DIR:" << why;
+    }
+    // The name is known to everyone, so whoever made it first must have been this user.
+    const QString fallback = QDir::tempPath() + QLatin1Char('/')
+        + QCoreApplication::applicationName() + QLatin1Char('-') + QString::number(::geteuid());
+    const QByteArray path = QFile::encodeName(fallback);
+    if (::mkdir(path.constData(), 0700) != 0 && errno != EEXIST) {
+        *error = systemError(fallback);
+        return QString();
+    }
+    if (!isPrivateFolder(path, &why)) {
+        *error = why;
+        return QString();
+    }
+    return fallback;
+}
+
+bool SingleApplicationPrivate::peerIsThisUser(const QLocalSocket *socket)
+{
+    const int fd = int(socket->socketDescriptor());
+    if (fd < 0)
+        return false;
+#ifdef SO_PEERCRED
+    struct ucred credentials;
+    socklen_t size = sizeof credentials;
+    if (::getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &credentials, &size) != 0)
+        return false;
+    return credentials.uid == ::geteuid();
+#else
+    uid_t uid;
+    gid_t gid;
+    if (::getpeereid(fd, &uid, &gid) != 0)
+        return false;
+    return uid == ::geteuid();
+#endif
 }
 
 void SingleApplicationPrivate::randomSleep()
@@ -88,7 +275,7 @@ void SingleApplicationPrivate::genBlockServerName()
 
 void SingleApplicationPrivate::initializeMemoryBlock()
 {
-    auto *info = static_cast<InstancesInfo *>(memory->data());
+    auto *info = memory->data();
     info->primary = false;
     info->secondary = 0;
     info->primaryPid = -1;
@@ -100,14 +287,14 @@ void SingleApplicationPrivate::fail(const char *text)
 {
     qCCritical(lcSingle) << text;
     if (memory)
-        qCCritical(lcSingle) << "SingleApplication: " << memory->error() << memory->errorString();
+        qCCritical(lcSingle).noquote() << "SingleApplication:" << memory->errorString();
     delete this;
     ::exit(EXIT_FAILURE);
 }
 
 void SingleApplicationPrivate::startPrimary()
 {
-    auto *info = static_cast<InstancesInfo *>(memory->data());
+    auto *info = memory->data();
     info->primary = true;
     info->primaryPid = QCoreApplication::applicationPid();
     const QByteArray user = getUsername().toUtf8().left(127);
@@ -116,19 +303,22 @@ void SingleApplicationPrivate::startPrimary()
     info->checksum = blockChecksum(info);
     instanceNumber = 0;
 
-    QLocalServer::removeServer(blockServerName);
+    // The folder is this user's alone, so whatever has the name was left by one of ours.
+    QLocalServer::removeServer(basePath);
     server = new QLocalServer;
-    server->setSocketOptions(options.testFlag(SingleApplication::User)
-            ? QLocalServer::UserAccessOption
-            : QLocalServer::WorldAccessOption);
-    server->listen(blockServerName);
+    server->setSocketOptions(QLocalServer::UserAccessOption);
+    // Without the channel the program still runs; only a second start and the terminal's
+    // requests cannot reach it, and the log says why.
+    if (!server->listen(basePath))
+        qCCritical(lcSingle).noquote()
+            << "SingleApplication: Unable to listen on" << basePath << "-" << server->errorString();
     connect(server, &QLocalServer::newConnection, this,
         &SingleApplicationPrivate::slotConnectionEstablished);
 }
 
 void SingleApplicationPrivate::startSecondary()
 {
-    auto *info = static_cast<InstancesInfo *>(memory->data());
+    auto *info = memory->data();
     info->secondary += 1;
     info->checksum = blockChecksum(info);
     instanceNumber = info->secondary;
@@ -145,11 +335,17 @@ bool SingleApplicationPrivate::connectToPrimary(int timeout, ConnectionType type
     for (;;) {
         randomSleep();
         if (socket->state() != QLocalSocket::ConnectingState)
-            socket->connectToServer(blockServerName, QIODevice::ReadWrite);
+            socket->connectToServer(basePath, QIODevice::ReadWrite);
         if (socket->state() == QLocalSocket::ConnectingState)
             socket->waitForConnected(int(qMax<qint64>(0, timeout - time.elapsed())));
-        if (socket->state() == QLocalSocket::ConnectedState)
-            break;
+        if (socket->state() == QLocalSocket::ConnectedState) {
+            if (peerIsThisUser(socket))
+                break;
+            qCCritical(lcSingle).noquote()
+                << "SingleApplication: The instance at" << basePath << "runs as another user";
+            socket->abort();
+            return false;
+        }
         if (time.elapsed() >= timeout)
             return false;
     }
@@ -194,7 +390,7 @@ bool SingleApplicationPrivate::writeConfirmedFrame(int timeout, const QByteArray
 qint64 SingleApplicationPrivate::primaryPid() const
 {
     memory->lock();
-    const qint64 pid = static_cast<const InstancesInfo *>(memory->constData())->primaryPid;
+    const qint64 pid = memory->data()->primaryPid;
     memory->unlock();
     return pid;
 }
@@ -202,7 +398,9 @@ qint64 SingleApplicationPrivate::primaryPid() const
 QString SingleApplicationPrivate::primaryUser() const
 {
     memory->lock();
-    const QByteArray user(static_cast<const InstancesInfo *>(memory->constData())->primaryUser);
+    const InstancesInfo *info = memory->data();
+    const QByteArray user(
+        info->primaryUser, int(qstrnlen(info->primaryUser, sizeof info->primaryUser)));
     memory->unlock();
     return QString::fromUtf8(user);
 }
@@ -212,6 +410,12 @@ void SingleApplicationPrivate::slotConnectionEstablished()
     QLocalSocket *next = server->nextPendingConnection();
     if (!next)
         return;
+    if (!peerIsThisUser(next)) {
+        qCWarning(lcSingle) << "SingleApplication: Refused a connection from another user";
+        next->abort();
+        next->deleteLater();
+        return;
+    }
     connectionMap.insert(next, ConnectionInfo());
     // Whatever arrived just before the close is still read.
     connect(next, &QLocalSocket::aboutToClose, this, [next] {
@@ -316,27 +520,20 @@ SingleApplication::SingleApplication(int &argc, char **argv, bool allowSecondary
     d->genBlockServerName();
     SingleApplicationPrivate::randomSleep();
 
-    // A block left by a crashed process goes away when its last attachment does.
-    {
-        QSharedMemory stale(d->blockServerName);
-        if (stale.attach())
-            stale.detach();
+    QString why;
+    const QString folder = SingleApplicationPrivate::privateFolder(&why);
+    if (folder.isEmpty()) {
+        qCCritical(lcSingle).noquote() << "SingleApplication: No private folder:" << why;
+        d->fail("SingleApplication: Unable to create block.");
     }
-    d->memory = new QSharedMemory(d->blockServerName);
-    if (d->memory->create(sizeof(InstancesInfo))) {
-        if (!d->memory->lock())
-            d->fail("SingleApplication: Unable to lock memory block after create.");
+    d->basePath = folder + QLatin1Char('/') + d->blockServerName;
+    d->memory = new InstanceBlock;
+    if (!d->memory->attach(d->basePath))
+        d->fail("SingleApplication: Unable to attach to shared memory block.");
+    if (d->memory->created())
         d->initializeMemoryBlock();
-    } else {
-        if (d->memory->error() != QSharedMemory::AlreadyExists)
-            d->fail("SingleApplication: Unable to create block.");
-        if (!d->memory->attach())
-            d->fail("SingleApplication: Unable to attach to shared memory block.");
-        if (!d->memory->lock())
-            d->fail("SingleApplication: Unable to lock memory block after attach.");
-    }
 
-    auto *info = static_cast<InstancesInfo *>(d->memory->data());
+    auto *info = d->memory->data();
     QElapsedTimer time;
     time.start();
     for (;;) {
@@ -344,7 +541,10 @@ SingleApplication::SingleApplication(int &argc, char **argv, bool allowSecondary
             if (info->primary) {
                 if (!allowSecondary) {
                     d->memory->unlock();
-                    d->connectToPrimary(timeout, SingleApplicationPrivate::NewInstance);
+                    if (!d->connectToPrimary(timeout, SingleApplicationPrivate::NewInstance))
+                        qCWarning(lcSingle).noquote()
+                            << "SingleApplication: The running instance did not answer at"
+                            << d->basePath;
                     delete d;
                     ::exit(EXIT_SUCCESS);
                 }

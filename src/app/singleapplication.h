@@ -7,9 +7,12 @@
 
 class SingleApplicationPrivate;
 
-// The application object, and the guarantee that one instance runs (per user, or per system).
-// The first instance is the primary; a later one announces itself to it over a local socket
-// and, unless secondaries are allowed, ends inside the constructor with status 0.
+// The application object, and the guarantee that one instance runs per user. The first
+// instance is the primary; a later one announces itself to it over a local socket and, unless
+// secondaries are allowed, ends inside the constructor with status 0. The socket and the
+// instances' shared block live in the user's private runtime folder, where no other user of the
+// computer can reach, claim or forge them; for that reason System mode, which would need a
+// place every user can write, counts as User mode.
 class SingleApplication : public QApplication
 {
     Q_OBJECT

@@ -58,10 +58,11 @@ void pairWith(Ctl &ctl, const QString &host, quint16 port)
     config.host = host;
     config.port = port;
     ctl.connectTo(host, port, config.deviceId, QString());
-    QObject::connect(ctl.session(), &ClientSession::waitingForUser, &ctl, [&ctl] {
+    const QString deviceId = config.deviceId;
+    QObject::connect(ctl.session(), &ClientSession::waitingForUser, &ctl, [&ctl, deviceId] {
         ctl.err << "Waiting for approval: accept this device in Velm Server's prompt on that "
-                   "computer, or run `velm-server --approve` there."
-                << Qt::endl;
+                   "computer, or run `velm-server --approve "
+                << deviceId << "` there." << Qt::endl;
     });
     QObject::connect(ctl.session(), &ClientSession::tokenReceived, &ctl,
         [&ctl, config](const QString &token) mutable {

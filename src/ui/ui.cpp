@@ -182,18 +182,28 @@ QByteArray UI::answerRemote(const QByteArray &request)
     const bool waiting = server && asking.socket
         && static_cast<QObject *>(server->getPendingSocket()) == asking.socket.data();
     QJsonObject reply;
+    QJsonArray pending;
+    if (waiting)
+        pending.append(QJsonObject { { QStringLiteral("id"), asking.id },
+            { QStringLiteral("name"), asking.name },
+            { QStringLiteral("address"), asking.address } });
     if (asked.contains(QLatin1String("pending"))) {
-        QJsonArray pending;
-        if (waiting)
-            pending.append(QJsonObject { { QStringLiteral("id"), asking.id },
-                { QStringLiteral("name"), asking.name },
-                { QStringLiteral("address"), asking.address } });
         reply.insert(QStringLiteral("pending"), pending);
     } else if (asked.contains(QLatin1String("approve")) || asked.contains(QLatin1String("deny"))) {
-        if (!waiting) {
+        const bool granted = asked.contains(QLatin1String("approve"));
+        const QString named
+            = asked.value(granted ? QLatin1String("approve") : QLatin1String("deny")).toString();
+        // The answer is for the device the user saw waiting; whoever came since gets nothing.
+        if (named.isEmpty()) {
+            reply.insert(QStringLiteral("error"), QStringLiteral("no device was named"));
+            reply.insert(QStringLiteral("pending"), pending);
+        } else if (!waiting) {
             reply.insert(QStringLiteral("error"), QStringLiteral("no device is waiting"));
+            reply.insert(QStringLiteral("pending"), pending);
+        } else if (asking.id != named) {
+            reply.insert(QStringLiteral("error"), QStringLiteral("%1 is not waiting").arg(named));
+            reply.insert(QStringLiteral("pending"), pending);
         } else {
-            const bool granted = asked.contains(QLatin1String("approve"));
             const QString id = asking.id;
             // Answered here: the prompt closes without answering again (the device is no
             // longer the one waiting).

@@ -33,7 +33,8 @@ public:
     QList<QPointer<QMessageBox>> authDialogs;
 
     // A request from another process of this user (velm-server --pending, --approve, --deny):
-    // {"pending": true}, {"approve": true} or {"deny": true}; the answer as JSON.
+    // {"pending": true}, {"approve": ID} or {"deny": ID}; the answer as JSON. An error
+    // answer lists who is waiting now.
     QByteArray answerRemote(const QByteArray &request);
 
 public slots:

@@ -5,13 +5,14 @@
 #include <QElapsedTimer>
 #include <QLocalSocket>
 #include <QProcess>
-#include <QSharedMemory>
 #include <QTemporaryDir>
 #include <QtTest>
 
 #include <cerrno>
 #include <cstring>
-#include <sched.h>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -46,6 +47,12 @@ struct Probe
         output += process.readAllStandardOutput();
         return output;
     }
+    QByteArray errors()
+    {
+        errorOutput += process.readAllStandardError();
+        return errorOutput;
+    }
+    QByteArray errorOutput;
 };
 } // namespace
 
@@ -60,27 +67,42 @@ private slots:
     void badInitMessageClosesWithoutSignal();
     void inconsistentBlockRecoveredAfterFiveSeconds();
     void differentUsersEachGetAPrimary();
+    void everythingLivesInThePrivateFolder();
+    void runtimeFolderOthersCanReachIsNotUsed();
+    void fallbackFolderOfAnotherUserIsRefused();
+    void anotherUserCannotTakeTheChannel();
+    void blockOfAnotherUserIsRefused();
+    void failureToListenIsLogged();
 
 private:
     QString blockName();
+    static QProcessEnvironment withFolders(
+        QProcessEnvironment environment, const QString &runtime, const QString &temporary);
     QTemporaryDir runtime;
+    QTemporaryDir temporary;
     QProcessEnvironment environment;
 };
 
 void TestSingleApplication::initTestCase()
 {
-    // System V keys come from the key file's inode number, cut to 16 bits: a lock or block left
-    // on this machine by any other program that died can carry the key of a fresh key file, and
-    // then refuses another user or blocks forever. Where it can (as root, as on the CI machine),
-    // the test runs its processes in a new, empty IPC namespace, so that it is about our names
-    // and nothing else.
-    if (::geteuid() == 0)
-        QVERIFY2(::unshare(CLONE_NEWIPC) == 0, ::strerror(errno));
-    environment = QProcessEnvironment::systemEnvironment();
+    QVERIFY(runtime.isValid() && temporary.isValid());
+    // What a login session gives: a runtime folder of the user's alone.
+    QVERIFY(QFile::setPermissions(
+        runtime.path(), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
+    environment
+        = withFolders(QProcessEnvironment::systemEnvironment(), runtime.path(), temporary.path());
     environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
-    // A private place for the local socket and the shared memory's key files.
-    environment.insert(QStringLiteral("TMPDIR"), runtime.path());
-    qputenv("TMPDIR", runtime.path().toUtf8());
+}
+
+QProcessEnvironment TestSingleApplication::withFolders(
+    QProcessEnvironment environment, const QString &runtime, const QString &temporary)
+{
+    if (runtime.isEmpty())
+        environment.remove(QStringLiteral("XDG_RUNTIME_DIR"));
+    else
+        environment.insert(QStringLiteral("XDG_RUNTIME_DIR"), runtime);
+    environment.insert(QStringLiteral("TMPDIR"), temporary);
+    return environment;
 }
 
 QString TestSingleApplication::blockName()
@@ -129,7 +151,7 @@ void TestSingleApplication::badInitMessageClosesWithoutSignal()
     QTRY_VERIFY_WITH_TIMEOUT(primary.read().startsWith("primary "), 10000);
     const QString name = QString::fromLatin1(primary.read().split('\n').first().mid(8));
     QLocalSocket socket;
-    socket.connectToServer(name);
+    socket.connectToServer(runtime.filePath(name));
     QVERIFY(socket.waitForConnected(5000));
     QByteArray body;
     QDataStream stream(&body, QIODevice::WriteOnly);
@@ -152,15 +174,15 @@ void TestSingleApplication::inconsistentBlockRecoveredAfterFiveSeconds()
 {
     const QString name = blockName();
     QVERIFY(!name.isEmpty());
-    // A block whose checksum does not match, as a dying primary could leave it.
-    QSharedMemory block(name);
-    QVERIFY2(block.create(sizeof(InstancesInfo)), qPrintable(block.errorString()));
-    block.lock();
-    auto *info = static_cast<InstancesInfo *>(block.data());
+    // A block whose checksum does not match, as a dying primary could leave it, while another
+    // instance is still attached (a block nobody holds is started afresh at once).
+    InstanceBlock block;
+    QVERIFY2(block.attach(runtime.filePath(name)), qPrintable(block.errorString()));
+    InstancesInfo *info = block.data();
     info->primary = true;
     info->primaryPid = 1;
     info->checksum = quint16(SingleApplicationPrivate::blockChecksum(info) + 1);
-    block.unlock();
+    QVERIFY(block.unlock());
 
     QElapsedTimer timer;
     timer.start();
@@ -183,8 +205,8 @@ void TestSingleApplication::differentUsersEachGetAPrimary()
             | QFile::ExeOther));
     const QString probeCopy = shared.filePath(QStringLiteral("probe"));
     QVERIFY(QFile::copy(probePath, probeCopy));
-    QProcessEnvironment sharedEnvironment = environment;
-    sharedEnvironment.insert(QStringLiteral("TMPDIR"), shared.path());
+    // Neither has a runtime folder: each makes a private one in the shared temporary folder.
+    QProcessEnvironment sharedEnvironment = withFolders(environment, QString(), shared.path());
     sharedEnvironment.insert(QStringLiteral("HOME"), shared.path());
 
     QProcess mine;
@@ -207,6 +229,130 @@ void TestSingleApplication::differentUsersEachGetAPrimary()
     QVERIFY(!(mineOutput += mine.readAllStandardOutput()).contains("started"));
     mine.closeWriteChannel();
     QVERIFY(mine.waitForFinished(5000));
+}
+
+void TestSingleApplication::everythingLivesInThePrivateFolder()
+{
+    const QString name = blockName();
+    QVERIFY(!name.isEmpty());
+    Probe primary(environment);
+    QTRY_VERIFY_WITH_TIMEOUT(primary.read().startsWith("primary "), 10000);
+    const QString socketPath = runtime.filePath(name);
+    struct stat info;
+    QVERIFY(::lstat(QFile::encodeName(socketPath).constData(), &info) == 0);
+    QVERIFY(S_ISSOCK(info.st_mode));
+    for (const QString &suffix : { QStringLiteral(".block"), QStringLiteral(".lock") }) {
+        QVERIFY(::lstat(QFile::encodeName(socketPath + suffix).constData(), &info) == 0);
+        QCOMPARE(info.st_mode & 0777, mode_t(0600));
+        QCOMPARE(info.st_uid, ::geteuid());
+    }
+    // Nothing in the temporary folder, where any user could have made it first.
+    QCOMPARE(
+        QDir(temporary.path()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot), QStringList());
+}
+
+void TestSingleApplication::runtimeFolderOthersCanReachIsNotUsed()
+{
+    QTemporaryDir open;
+    QTemporaryDir shared;
+    QVERIFY(QFile::setPermissions(open.path(),
+        QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner | QFile::ReadOther
+            | QFile::ExeOther));
+    const QProcessEnvironment openEnvironment
+        = withFolders(environment, open.path(), shared.path());
+    Probe primary(openEnvironment);
+    QTRY_VERIFY_WITH_TIMEOUT(primary.read().startsWith("primary "), 10000);
+    QTRY_VERIFY_WITH_TIMEOUT(primary.errors().contains("Not using XDG_RUNTIME_DIR"), 5000);
+    QCOMPARE(QDir(open.path()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot), QStringList());
+    const QString fallback = shared.filePath(QStringLiteral("velm-server-%1").arg(::geteuid()));
+    struct stat info;
+    QVERIFY(::lstat(QFile::encodeName(fallback).constData(), &info) == 0);
+    QCOMPARE(info.st_mode & 0777, mode_t(0700));
+    const QString name = QString::fromLatin1(primary.read().split('\n').first().mid(8));
+    QVERIFY(QFile::exists(fallback + QLatin1Char('/') + name));
+    // And a second start finds it there.
+    Probe second(openEnvironment);
+    QVERIFY(second.process.waitForFinished(10000));
+    QCOMPARE(second.process.exitCode(), 0);
+    QTRY_VERIFY_WITH_TIMEOUT(primary.read().contains("started\n"), 5000);
+}
+
+void TestSingleApplication::fallbackFolderOfAnotherUserIsRefused()
+{
+    if (::geteuid() != 0)
+        QSKIP("making a folder of another user needs root (the CI machine runs as root)");
+    QTemporaryDir shared;
+    const QString taken = shared.filePath(QStringLiteral("velm-server-%1").arg(::geteuid()));
+    QVERIFY(QDir().mkdir(taken));
+    QVERIFY(::chmod(QFile::encodeName(taken).constData(), 0777) == 0);
+    QVERIFY(::chown(QFile::encodeName(taken).constData(), 65534, 65534) == 0);
+    Probe probe(withFolders(environment, QString(), shared.path()));
+    QVERIFY(probe.process.waitForFinished(10000));
+    QCOMPARE(probe.process.exitCode(), 1);
+    QVERIFY2(probe.errors().contains("belongs to another user"), probe.errors().constData());
+    QVERIFY(!probe.read().contains("primary"));
+    QCOMPARE(QDir(taken).entryList(QDir::AllEntries | QDir::NoDotAndDotDot), QStringList());
+}
+
+void TestSingleApplication::anotherUserCannotTakeTheChannel()
+{
+    if (::geteuid() != 0)
+        QSKIP("starting a process as another user needs root (the CI machine runs as root)");
+    QTemporaryDir shared(QStringLiteral("/tmp/velm-users-XXXXXX"));
+    QVERIFY(::chmod(QFile::encodeName(shared.path()).constData(), 01777) == 0);
+    const QString probeCopy = shared.filePath(QStringLiteral("probe"));
+    QVERIFY(QFile::copy(probePath, probeCopy));
+    // The other user starts first, pointed at our runtime folder and our temporary folder:
+    // it cannot use the first, and in the second it gets a folder of its own.
+    QProcessEnvironment theirEnvironment = withFolders(environment, runtime.path(), shared.path());
+    theirEnvironment.insert(QStringLiteral("HOME"), shared.path());
+    Probe theirs(theirEnvironment,
+        { QStringLiteral("setpriv"), QStringLiteral("--reuid=65534"),
+            QStringLiteral("--regid=65534"), QStringLiteral("--clear-groups"), probeCopy });
+    QTRY_VERIFY2_WITH_TIMEOUT(theirs.read().startsWith("primary "),
+        theirs.process.readAllStandardError().constData(), 10000);
+
+    // Ours becomes the primary rather than handing itself over, and its second start is
+    // announced to it, not to them.
+    QProcessEnvironment ourEnvironment = theirEnvironment;
+    Probe mine(ourEnvironment, { probeCopy });
+    QTRY_VERIFY_WITH_TIMEOUT(mine.read().startsWith("primary "), 10000);
+    Probe second(ourEnvironment, { probeCopy });
+    QVERIFY(second.process.waitForFinished(10000));
+    QCOMPARE(second.process.exitCode(), 0);
+    QTRY_VERIFY_WITH_TIMEOUT(mine.read().contains("started\n"), 5000);
+    QVERIFY(!theirs.read().contains("started"));
+    const QString name = QString::fromLatin1(mine.read().split('\n').first().mid(8));
+    QVERIFY(QFile::exists(runtime.filePath(name)));
+}
+
+void TestSingleApplication::blockOfAnotherUserIsRefused()
+{
+    if (::geteuid() != 0)
+        QSKIP("making a file of another user needs root (the CI machine runs as root)");
+    const QString name = blockName();
+    QVERIFY(!name.isEmpty());
+    const QByteArray blockPath
+        = QFile::encodeName(runtime.filePath(name + QStringLiteral(".block")));
+    QVERIFY(::chown(blockPath.constData(), 65534, 65534) == 0);
+    Probe probe(environment);
+    QVERIFY(probe.process.waitForFinished(10000));
+    QCOMPARE(probe.process.exitCode(), 1);
+    QVERIFY2(probe.errors().contains("is not a file of this user's"), probe.errors().constData());
+    QVERIFY(::unlink(blockPath.constData()) == 0);
+}
+
+void TestSingleApplication::failureToListenIsLogged()
+{
+    const QString name = blockName();
+    QVERIFY(!name.isEmpty());
+    // Something that cannot be removed where the socket goes.
+    QVERIFY(QDir().mkpath(runtime.filePath(name + QStringLiteral("/in-the-way"))));
+    Probe primary(environment);
+    QTRY_VERIFY_WITH_TIMEOUT(primary.read().startsWith("primary "), 10000);
+    QTRY_VERIFY_WITH_TIMEOUT(primary.errors().contains("Unable to listen on"), 5000);
+    QCOMPARE(primary.process.state(), QProcess::Running);
+    QVERIFY(QDir(runtime.filePath(name)).removeRecursively());
 }
 
 QTEST_GUILESS_MAIN(TestSingleApplication)
