@@ -7,6 +7,7 @@
 #include <QCryptographicHash>
 #include <QJsonDocument>
 #include <QRandomGenerator>
+#include <QTcpSocket>
 #include <QUrlQuery>
 #include <QtEndian>
 
@@ -21,8 +22,33 @@ ClientSession::ClientSession(const QString &id, QObject *parent)
     connect(&m_socket, &QWebSocket::disconnected, this, [this] {
         m_closed = true;
         m_closeCode = m_socket.closeCode();
+        if (m_failure.isEmpty() && m_closeCode == QWebSocketProtocol::CloseCodeTooMuchData)
+            m_failure = QStringLiteral("the computer sent a message larger than %1 KiB")
+                            .arg((m_authenticated ? maxIncomingMessageSize
+                                                  : maxIncomingMessageSizeBeforeAuthentication)
+                                / 1024);
         emit closed();
     });
+    setLimits(false);
+}
+
+void ClientSession::setLimits(bool authenticated)
+{
+    const qint64 size
+        = authenticated ? maxIncomingMessageSize : maxIncomingMessageSizeBeforeAuthentication;
+    m_socket.setMaxAllowedIncomingMessageSize(quint64(size));
+    m_socket.setMaxAllowedIncomingFrameSize(quint64(size));
+}
+
+void ClientSession::checkBacklog()
+{
+    const qint64 limit = m_authenticated ? maxQueuedBytes : maxQueuedBytesBeforeAuthentication;
+    const qint64 waiting = m_socket.bytesToWrite();
+    if (waiting <= limit || !m_failure.isEmpty())
+        return;
+    m_failure
+        = QStringLiteral("the computer does not read what it is sent (%1 bytes wait)").arg(waiting);
+    m_socket.abort();
 }
 
 QUrl ClientSession::serverUrl(const QString &host, quint16 port, const QString &id)
@@ -39,7 +65,16 @@ QUrl ClientSession::serverUrl(const QString &host, quint16 port, const QString &
     return url;
 }
 
-void ClientSession::open(const QUrl &url) { m_socket.open(url); }
+void ClientSession::open(const QUrl &url)
+{
+    m_socket.open(url);
+    // The WebSocket layer answers every ping with a pong on its own and offers no signal for
+    // it, so the backlog is looked at whenever its connection has read something (before the
+    // layer, which reads on a queued call, has answered it).
+    if (auto *transport = m_socket.findChild<QTcpSocket *>(QString(), Qt::FindDirectChildrenOnly))
+        connect(transport, &QIODevice::readyRead, this, &ClientSession::checkBacklog,
+            Qt::UniqueConnection);
+}
 
 void ClientSession::close() { m_socket.close(); }
 
@@ -204,6 +239,7 @@ void ClientSession::onBinaryMessage(const QByteArray &message)
             onSessionKey();
         } else if (o.value(L::value).toBool()) {
             m_authenticated = true;
+            setLimits(true);
             emit authenticated();
         }
     }

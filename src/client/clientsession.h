@@ -37,6 +37,14 @@ class ClientSession : public QObject
 public:
     explicit ClientSession(const QString &id, QObject *parent = nullptr);
 
+    // What a client takes from the computer it reaches, which may be anything that answers on
+    // that address: the server's own limits, seen from the other side. Beyond them the
+    // connection is dropped and failure() says why.
+    static constexpr qint64 maxIncomingMessageSizeBeforeAuthentication = 4 * 1024;
+    static constexpr qint64 maxIncomingMessageSize = 64 * 1024 * 1024;
+    static constexpr qint64 maxQueuedBytesBeforeAuthentication = 64 * 1024;
+    static constexpr qint64 maxQueuedBytes = 16 * 1024 * 1024;
+
     // ws://host:port/ with "i" = id and "v" = the protocol version.
     static QUrl serverUrl(const QString &host, quint16 port, const QString &id);
     void open(const QUrl &url);
@@ -51,6 +59,8 @@ public:
     bool isAuthenticated() const { return m_authenticated; }
     bool isClosed() const { return m_closed; }
     int closeCode() const { return m_closeCode; }
+    // Why the connection was dropped on this side, if it was: a limit the computer broke.
+    QString failure() const { return m_failure; }
 
     // Answers the session token with the proof of the key.
     void prove();
@@ -87,6 +97,9 @@ protected:
 
 private:
     void onBinaryMessage(const QByteArray &message);
+    void setLimits(bool authenticated);
+    // Pongs and requests wait for a computer that may never read them.
+    void checkBacklog();
 
     QWebSocket m_socket;
     QString m_id;
@@ -97,4 +110,5 @@ private:
     bool m_authenticated = false;
     bool m_closed = false;
     int m_closeCode = -1;
+    QString m_failure;
 };

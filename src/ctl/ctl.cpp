@@ -34,6 +34,13 @@ void Ctl::start()
             QStringLiteral("this device is not paired with a computer: run `velmctl pair HOST`"));
         return;
     }
+    if (!opts.port && !config.badPort.isEmpty()) {
+        finish(Exit::Usage,
+            QStringLiteral("the stored port \"%1\" in %2 is not a number from 1 to 65535: give "
+                           "--port, or pair again")
+                .arg(config.badPort, CtlConfig::path()));
+        return;
+    }
     const QString host = opts.host.isEmpty() ? config.host : opts.host;
     const quint16 port = opts.port ? opts.port : config.port;
     if (!host.isEmpty() && port) {
@@ -165,7 +172,9 @@ void Ctl::onClosed()
 {
     if (done)
         return;
-    if (!reached) {
+    if (!client->failure().isEmpty()) {
+        finish(Exit::NoServer, client->failure() + QStringLiteral("; the connection was dropped"));
+    } else if (!reached) {
         finish(Exit::NoServer,
             QStringLiteral("cannot reach %1 (%2); is Velm Server running there?")
                 .arg(target, client->socket().errorString()));
@@ -223,7 +232,13 @@ void Ctl::requireSupported(const QString &code, std::function<void()> then)
     });
 }
 
-void Ctl::resolveApp(const QString &name, std::function<void(const QString &)> then)
+void Ctl::resolveApp(
+    const QString &code, const QString &name, std::function<void(const QString &)> then)
+{
+    requireSupported(code, [this, name, then] { resolveSupportedApp(name, then); });
+}
+
+void Ctl::resolveSupportedApp(const QString &name, std::function<void(const QString &)> then)
 {
     if (name.isEmpty()) {
         request(QJsonObject { { L::method, L::currentApp } }, [this, then](const Frame &frame) {

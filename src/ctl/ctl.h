@@ -93,7 +93,10 @@ public:
     void requireSupported(const QString &code, std::function<void()> then);
     // The application named by `name` (an id, or a name ignoring case; empty: the front one);
     // ends the run when there is none.
-    void resolveApp(const QString &name, std::function<void(const QString &id)> then);
+    // `code` is the request the application is wanted for: a computer that cannot do it says
+    // so before anything is asked about applications.
+    void resolveApp(
+        const QString &code, const QString &name, std::function<void(const QString &id)> then);
     // Prints one message: as JSON with --json, else as `text` gives it.
     void print(const QJsonObject &json, const QString &text);
     void connectTo(const QString &host, quint16 port, const QString &id, const QString &token);
@@ -108,6 +111,7 @@ signals:
     void finished(int code);
 
 private:
+    void resolveSupportedApp(const QString &name, std::function<void(const QString &id)> then);
     void onFrame(const Frame &frame);
     void onClosed();
     void resetTimer();

@@ -70,7 +70,7 @@ CtlCommand appAction(
     const QString &name, const QString &code, const QString &summary, const QString &done)
 {
     return { name, name + QStringLiteral(" [APP]"), summary, [code, done](Ctl &ctl) {
-                ctl.resolveApp(arg(ctl, 0), [&ctl, code, done](const QString &id) {
+                ctl.resolveApp(code, arg(ctl, 0), [&ctl, code, done](const QString &id) {
                     tell(ctl, QJsonObject { { L::method, code }, { L::id, id } }, done.arg(id));
                 });
             } };
@@ -115,7 +115,7 @@ QString findMenu(const QJsonArray &items, QStringList path)
 
 void menu(Ctl &ctl)
 {
-    ctl.resolveApp(arg(ctl, 0), [&ctl](const QString &id) {
+    ctl.resolveApp(L::appMenu, arg(ctl, 0), [&ctl](const QString &id) {
         ask(ctl, QJsonObject { { L::method, L::appMenu }, { L::id, id } },
             [&ctl, id](const Frame &frame) {
                 const QJsonArray tree = QJsonDocument::fromJson(firstPart(frame, 0)).array();
@@ -151,7 +151,11 @@ void menu(Ctl &ctl)
 
 void focus(Ctl &ctl)
 {
-    ctl.resolveApp(arg(ctl, 0), [&ctl](const QString &id) {
+    const QString code = ctl.options().values.contains(QStringLiteral("press"))
+            && !ctl.options().values.contains(QStringLiteral("set"))
+        ? L::performFocus
+        : L::focusValue;
+    ctl.resolveApp(code, arg(ctl, 0), [&ctl](const QString &id) {
         if (ctl.options().values.contains(QStringLiteral("set"))) {
             tell(ctl,
                 QJsonObject { { L::method, L::focusValue }, { L::id, id },
@@ -246,7 +250,7 @@ QVector<CtlCommand> makeCommands()
         } });
     commands.append({ QStringLiteral("icon"), QStringLiteral("icon APP [--size N] -o FILE"),
         QStringLiteral("an application's icon as PNG"), [](Ctl &ctl) {
-            ctl.resolveApp(arg(ctl, 0), [&ctl](const QString &id) {
+            ctl.resolveApp(L::appIcon, arg(ctl, 0), [&ctl](const QString &id) {
                 const int size = value(ctl, QStringLiteral("size")).isEmpty()
                     ? 128
                     : value(ctl, QStringLiteral("size")).toInt();
@@ -287,7 +291,7 @@ QVector<CtlCommand> makeCommands()
                 ctl.finish(Exit::Usage, QStringLiteral("scroll takes a number"));
                 return;
             }
-            ctl.resolveApp(arg(ctl, 1), [&ctl, steps](const QString &id) {
+            ctl.resolveApp(L::appScroll, arg(ctl, 1), [&ctl, steps](const QString &id) {
                 tell(ctl,
                     QJsonObject {
                         { L::method, L::appScroll }, { L::id, id }, { L::x, 0 }, { L::y, steps } },
@@ -301,7 +305,7 @@ QVector<CtlCommand> makeCommands()
                 ctl.finish(Exit::Usage, QStringLiteral("keys takes a sequence, such as Ctrl+c"));
                 return;
             }
-            ctl.resolveApp(arg(ctl, 1), [&ctl, sequence](const QString &id) {
+            ctl.resolveApp(L::keySequence, arg(ctl, 1), [&ctl, sequence](const QString &id) {
                 tell(ctl,
                     QJsonObject {
                         { L::method, L::keySequence }, { L::id, id }, { L::keys, sequence } },
@@ -401,7 +405,7 @@ QVector<CtlCommand> makeCommands()
             if (value(ctl, QStringLiteral("app")).isEmpty())
                 open(QString());
             else
-                ctl.resolveApp(value(ctl, QStringLiteral("app")), open);
+                ctl.resolveApp(L::fileOpen, value(ctl, QStringLiteral("app")), open);
         } });
     commands.append(level(QStringLiteral("volume"), L::volume,
         QStringLiteral("the output volume in percent, or sets it"), false));
@@ -432,7 +436,7 @@ QVector<CtlCommand> makeCommands()
         QStringLiteral("the previous track"), QStringLiteral("Previous track")));
     commands.append({ QStringLiteral("commands"), QStringLiteral("commands APP"),
         QStringLiteral("the web service's command set of an application"), [](Ctl &ctl) {
-            ctl.resolveApp(arg(ctl, 0), [&ctl](const QString &id) {
+            ctl.resolveApp(L::appCommands, arg(ctl, 0), [&ctl](const QString &id) {
                 // The computer answers once the web service has; it stays silent without one.
                 ctl.setTimeoutMessage(
                     QStringLiteral("no command set came for %1 (does that computer have a web "

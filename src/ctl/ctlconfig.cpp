@@ -23,7 +23,13 @@ CtlConfig CtlConfig::load()
         config.deviceId = stored.value(QStringLiteral("deviceId")).toString();
         config.token = stored.value(QStringLiteral("token")).toString();
         config.host = stored.value(QStringLiteral("host")).toString();
-        config.port = quint16(stored.value(QStringLiteral("port")).toUInt());
+        const QString port = stored.value(QStringLiteral("port")).toString();
+        bool ok = false;
+        const uint number = port.toUInt(&ok);
+        if (ok && number >= 1 && number <= 65535)
+            config.port = quint16(number);
+        else if (!port.isEmpty())
+            config.badPort = port;
     }
     if (qEnvironmentVariableIsSet("VELM_DEVICE_ID"))
         config.deviceId = qEnvironmentVariable("VELM_DEVICE_ID");

@@ -24,4 +24,6 @@ public:
     QString token;
     QString host;
     quint16 port = 0;
+    // The stored port as written, when it is no port (edited by hand): said, not wrapped.
+    QString badPort;
 };

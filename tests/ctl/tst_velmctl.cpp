@@ -4,8 +4,11 @@
 #include "serverfixture.h"
 #include "testenvironment.h"
 
+#include <QCryptographicHash>
 #include <QProcess>
 #include <QTcpServer>
+#include <QTcpSocket>
+#include <QtEndian>
 #include <QtTest>
 
 #include <sys/stat.h>
@@ -16,6 +19,76 @@ struct Result
     int code = -1;
     QString out;
     QString err;
+};
+
+// Whatever answers on the address velmctl was given: it takes the WebSocket handshake and
+// then does what the test makes it do, knowing nothing of the protocol's manners.
+class HostileServer : public QObject
+{
+public:
+    HostileServer()
+    {
+        connect(&server, &QTcpServer::newConnection, this, [this] { accept(); });
+    }
+    bool listen() { return server.listen(QHostAddress::LocalHost); }
+    quint16 port() const { return server.serverPort(); }
+    // Runs once the handshake has been answered.
+    std::function<void(QTcpSocket *)> onOpen;
+    QTcpSocket *peer = nullptr;
+
+    // An unmasked binary frame's header for a payload of that size.
+    static QByteArray header(quint8 first, quint64 size)
+    {
+        QByteArray bytes(1, char(first));
+        if (size < 126) {
+            bytes.append(char(size));
+        } else if (size <= 0xffff) {
+            bytes.append(char(126));
+            quint16 big = qToBigEndian(quint16(size));
+            bytes.append(reinterpret_cast<const char *>(&big), 2);
+        } else {
+            bytes.append(char(127));
+            quint64 big = qToBigEndian(size);
+            bytes.append(reinterpret_cast<const char *>(&big), 8);
+        }
+        return bytes;
+    }
+    // One protocol message: its length, then the body.
+    static QByteArray message(const QByteArray &body)
+    {
+        QByteArray framed(4, Qt::Uninitialized);
+        qToBigEndian(qint32(body.size()), framed.data());
+        framed += body;
+        return header(0x82, quint64(framed.size())) + framed;
+    }
+
+private:
+    void accept()
+    {
+        peer = server.nextPendingConnection();
+        connect(peer, &QTcpSocket::readyRead, this, [this] {
+            if (opened)
+                return;
+            head += peer->readAll();
+            const int end = head.indexOf("\r\n\r\n");
+            if (end < 0)
+                return;
+            const QByteArray keyLine = head.mid(head.toLower().indexOf("sec-websocket-key:"));
+            const QByteArray key = keyLine.mid(18, keyLine.indexOf("\r\n") - 18).trimmed();
+            const QByteArray accept = QCryptographicHash::hash(
+                key + "258EAFA5-E914-47DA-95CA-C5AB0DC85B11", QCryptographicHash::Sha1)
+                                          .toBase64();
+            peer->write("HTTP/1.1 101 Switching Protocols\r\nUpgrade: websocket\r\n"
+                        "Connection: Upgrade\r\nSec-WebSocket-Accept: "
+                + accept + "\r\n\r\n");
+            opened = true;
+            if (onOpen)
+                onOpen(peer);
+        });
+    }
+    QTcpServer server;
+    QByteArray head;
+    bool opened = false;
 };
 } // namespace
 
@@ -35,6 +108,10 @@ private slots:
     void noServerIsExitFour();
     void silentServerTimesOut();
     void unsupportedCodesAreExitSix();
+    void unsupportedIsSaidBeforeLookingForTheApplication();
+    void aServerSendingTooMuchBeforeAuthenticationIsLeft();
+    void aServerSendingTooMuchAfterAuthenticationIsLeft();
+    void aServerThatDoesNotReadIsLeft();
     void listsAppsAndTheFrontOne();
     void actsOnApplicationsByNameOrId();
     void typesAndScrolls();
@@ -136,6 +213,27 @@ void TestVelmctl::mistakesAreUsageErrors()
         run({ QStringLiteral("apps"), QStringLiteral("--port"), QStringLiteral("70000") }).code,
         int(Exit::Usage));
     QCOMPARE(run({ QStringLiteral("pair"), QStringLiteral("host:x") }).code, int(Exit::Usage));
+    // Numbers beyond 16 and 32 bits are refused, not wrapped to another port.
+    for (const QString &port : { QStringLiteral("99999999999"), QStringLiteral("65536"),
+             QStringLiteral("4294967297"), QStringLiteral("-1"), QStringLiteral("0") }) {
+        const Result result = run({ QStringLiteral("--port"), port, QStringLiteral("apps") });
+        QCOMPARE(result.code, int(Exit::Usage));
+        QVERIFY2(result.err.contains(QStringLiteral("from 1 to 65535")), qPrintable(result.err));
+        QCOMPARE(run({ QStringLiteral("pair"), QStringLiteral("127.0.0.1:") + port }).code,
+            int(Exit::Usage));
+    }
+    // So is a stored port edited by hand.
+    {
+        QVERIFY(QDir().mkpath(config->filePath(QStringLiteral("velmctl"))));
+        QFile stored(config->filePath(QStringLiteral("velmctl/velmctl.conf")));
+        QVERIFY(stored.open(QIODevice::WriteOnly));
+        stored.write("deviceId=ctl\ntoken=token-ctl\nhost=127.0.0.1\nport=65537\n");
+        stored.close();
+        const Result result = run({ QStringLiteral("apps") });
+        QCOMPARE(result.code, int(Exit::Usage));
+        QVERIFY2(result.err.contains(QStringLiteral("\"65537\"")), qPrintable(result.err));
+        QVERIFY(stored.remove());
+    }
     pairCtl();
     QCOMPARE(
         run(target() << QStringLiteral("volume") << QStringLiteral("101")).code, int(Exit::Usage));
@@ -254,6 +352,107 @@ void TestVelmctl::unsupportedCodesAreExitSix()
     QVERIFY(!core->platform->calls.contains(QStringLiteral("shutdown")));
     const Result listed = run(target() << QStringLiteral("unsupported"));
     QCOMPARE(listed.out.trimmed(), QStringLiteral("b shutdown"));
+}
+
+void TestVelmctl::unsupportedIsSaidBeforeLookingForTheApplication()
+{
+    pairCtl();
+    // Nothing in front, and the computer cannot type: the second is what matters.
+    core->platform->setCurrentApp(nullptr);
+    core->platform->setUnsupportedList({ L::keySequence, L::appMenu, L::appScroll });
+    editor->calls.clear();
+    for (const QStringList &command :
+        { QStringList { QStringLiteral("keys"), QStringLiteral("Ctrl+t") },
+            QStringList { QStringLiteral("menu") },
+            QStringList { QStringLiteral("scroll"), QStringLiteral("1") } }) {
+        const Result result = run(target() + command);
+        QVERIFY2(result.code == Exit::Unsupported, qPrintable(result.err));
+        QVERIFY2(result.err.contains(QStringLiteral("unsupported list")), qPrintable(result.err));
+    }
+    QVERIFY2(editor->calls.isEmpty(), qPrintable(editor->calls.join(QLatin1Char(' '))));
+}
+
+void TestVelmctl::aServerSendingTooMuchBeforeAuthenticationIsLeft()
+{
+    pairCtl();
+    HostileServer hostile;
+    QVERIFY(hostile.listen());
+    // A header announcing a gigabyte, and the first bytes of it.
+    hostile.onOpen = [](QTcpSocket *peer) {
+        peer->write(HostileServer::header(0x82, 1024ull * 1024 * 1024));
+        peer->write(QByteArray(64 * 1024, 'x'));
+    };
+    const Result result = run({ QStringLiteral("--host"), QStringLiteral("127.0.0.1"),
+        QStringLiteral("--port"), QString::number(hostile.port()), QStringLiteral("apps") });
+    QCOMPARE(result.code, int(Exit::NoServer));
+    QVERIFY2(result.err.contains(QStringLiteral("larger than 4 KiB")), qPrintable(result.err));
+
+    // A message just over the bound, in small fragments.
+    HostileServer fragments;
+    QVERIFY(fragments.listen());
+    fragments.onOpen = [](QTcpSocket *peer) {
+        peer->write(HostileServer::header(0x02, 3000) + QByteArray(3000, 'x'));
+        peer->write(HostileServer::header(0x80, 3000) + QByteArray(3000, 'x'));
+    };
+    const Result fragmented = run({ QStringLiteral("--host"), QStringLiteral("127.0.0.1"),
+        QStringLiteral("--port"), QString::number(fragments.port()), QStringLiteral("apps") });
+    QCOMPARE(fragmented.code, int(Exit::NoServer));
+    QVERIFY2(fragmented.err.contains(QStringLiteral("larger than")), qPrintable(fragmented.err));
+}
+
+void TestVelmctl::aServerSendingTooMuchAfterAuthenticationIsLeft()
+{
+    pairCtl();
+    HostileServer hostile;
+    QVERIFY(hostile.listen());
+    // It lets the device in as a real computer would, then announces 65 MiB.
+    const QByteArray key = ClientSession::deriveKey(
+        QStringLiteral("ctl"), QStringLiteral("token-ctl"), QStringLiteral("session"));
+    hostile.onOpen = [key](QTcpSocket *peer) {
+        peer->write(HostileServer::message(R"({"_":"au","st":"session"})"));
+        peer->write(
+            HostileServer::message(ClientSession::encryptBody(R"({"_":"au","v":true})", key)));
+        // A message the size of a big folder listing passes.
+        peer->write(HostileServer::message(ClientSession::encryptBody(
+            R"({"_":"xx","v":")" + QByteArray(2 * 1024 * 1024, 'a') + R"("})", key)));
+        peer->write(HostileServer::header(0x82, 65ull * 1024 * 1024));
+        peer->write(QByteArray(64 * 1024, 'x'));
+    };
+    const Result result = run({ QStringLiteral("--host"), QStringLiteral("127.0.0.1"),
+        QStringLiteral("--port"), QString::number(hostile.port()), QStringLiteral("apps") });
+    QCOMPARE(result.code, int(Exit::NoServer));
+    QVERIFY2(result.err.contains(QStringLiteral("larger than 65536 KiB")), qPrintable(result.err));
+}
+
+void TestVelmctl::aServerThatDoesNotReadIsLeft()
+{
+    pairCtl();
+    HostileServer hostile;
+    QVERIFY(hostile.listen());
+    // Pings, each owed a pong, from a server that never reads: the pongs pile up in velmctl.
+    QByteArray pings;
+    for (int i = 0; i < 512; ++i)
+        pings += HostileServer::header(0x89, 125) + QByteArray(125, 'p');
+    int sent = 0;
+    const auto more = [&hostile, &pings, &sent] {
+        while (hostile.peer && hostile.peer->state() == QAbstractSocket::ConnectedState
+            && hostile.peer->bytesToWrite() < 1024 * 1024 && sent < 100 * 1024 * 1024) {
+            hostile.peer->write(pings);
+            sent += pings.size();
+        }
+    };
+    hostile.onOpen = [&more, &hostile](QTcpSocket *peer) {
+        // Nothing that arrives is read: the kernel's buffers fill, then velmctl's queue.
+        peer->setReadBufferSize(1);
+        QObject::connect(peer, &QTcpSocket::bytesWritten, &hostile, more);
+        more();
+    };
+    const Result result = run({ QStringLiteral("--host"), QStringLiteral("127.0.0.1"),
+        QStringLiteral("--port"), QString::number(hostile.port()), QStringLiteral("--timeout"),
+        QStringLiteral("60"), QStringLiteral("apps") });
+    QCOMPARE(result.code, int(Exit::NoServer));
+    QVERIFY2(result.err.contains(QStringLiteral("does not read")), qPrintable(result.err));
+    QVERIFY(sent < 100 * 1024 * 1024);
 }
 
 void TestVelmctl::listsAppsAndTheFrontOne()
