@@ -53,6 +53,10 @@ bool FrameGate::release(const QByteArray &unread)
     qint64 ready = 0;
     while (state != WaitingForUpgrade && state != Discarding) {
         const qint64 unit = wholeUnit(ready);
+        if (unit == malformedHead) {
+            close(WebRemote::badRequest());
+            return false;
+        }
         if (unit < 0) {
             if (state == Handshake) {
                 // A request head too long to read: said in plain HTTP, which a browser shows.
@@ -162,6 +166,19 @@ qint64 FrameGate::wholeUnit(qint64 offset)
     if (state == Handshake) {
         const int end = held.indexOf("\r\n\r\n", int(offset));
         const qint64 length = end < 0 ? size : end + 4 - offset;
+        // A line ended by a bare LF: parsers differ on where such a line ends (Qt's handshake
+        // reader takes it as an end, others as part of the line), so a header could be seen
+        // by one and not the other. No browser sends one; it is refused as soon as it shows.
+        // Only the bytes new since the last look are searched.
+        const qint64 from = qMax(offset, scannedHead);
+        for (int at = held.indexOf('\n', int(from)); at >= 0 && at < offset + length;
+             at = held.indexOf('\n', at + 1)) {
+            if (at == 0 || held.at(at - 1) != '\r') {
+                qCWarning(lcServer) << "Refused a request head with a line ended by a bare LF";
+                return malformedHead;
+            }
+        }
+        scannedHead = offset + length;
         if (length > maxHandshakeSize) {
             qCWarning(lcServer) << "Refused a handshake of more than" << maxHandshakeSize
                                 << "bytes";

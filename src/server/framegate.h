@@ -50,8 +50,9 @@ private:
     // Answers and closes: nothing more is read.
     void close(const QByteArray &response);
     // The length of the whole unit at `offset` in `held`; 0 when it is not whole yet, -1 when
-    // the connection must be closed.
+    // the connection must be closed, malformedHead when a request head is answered with 400.
     qint64 wholeUnit(qint64 offset);
+    static constexpr qint64 malformedHead = -2;
 
     enum State { Handshake, WaitingForUpgrade, Frames, Discarding, Refused, Answered };
     QTcpSocket *socket;
@@ -64,4 +65,6 @@ private:
     qint64 oversizedHeader = 0;
     // Set while the head that was just found whole waits to be announced.
     qint64 headLength = 0;
+    // How much of the request head has been searched for bare line feeds.
+    qint64 scannedHead = 0;
 };

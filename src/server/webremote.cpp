@@ -87,14 +87,27 @@ Request parse(const QByteArray &head)
     request.method = parts.at(0);
     request.target = parts.at(1);
     request.version = parts.at(2);
-    for (int i = 1; i < lines.size(); ++i) {
+    bool wellFormed = true;
+    int origins = 0;
+    for (int i = 0; i < lines.size(); ++i) {
+        // Every line ends in CR LF (the last piece is what follows the final LF: nothing).
+        if (i + 1 < lines.size() && !lines.at(i).endsWith('\r'))
+            wellFormed = false;
+        if (i == 0)
+            continue;
         const QByteArray line = lines.at(i).trimmed();
         const int colon = line.indexOf(':');
         if (colon <= 0)
             continue;
-        request.headers.insert(line.left(colon).trimmed().toLower(), line.mid(colon + 1).trimmed());
+        const QByteArray name = line.left(colon).trimmed().toLower();
+        // Two Origins are read differently by different parsers (Qt's handshake takes the
+        // last); which one was checked must not be in doubt.
+        if (name == "origin")
+            ++origins;
+        request.headers.insert(name, line.mid(colon + 1).trimmed());
     }
-    request.valid = request.version.startsWith("HTTP/1.") && request.target.startsWith('/');
+    request.valid = wellFormed && origins <= 1 && request.version.startsWith("HTTP/1.")
+        && request.target.startsWith('/');
     return request;
 }
 
@@ -189,6 +202,8 @@ QByteArray respond(const QByteArray &head)
 }
 
 QByteArray tooLarge() { return error(431, "Request Header Fields Too Large"); }
+
+QByteArray badRequest() { return error(400, "Bad Request"); }
 
 QStringList paths()
 {

@@ -9,7 +9,9 @@
 // reach another resource or file.
 namespace WebRemote {
 
-// Whether a request head asks for a WebSocket upgrade (the server takes it then).
+// Whether a request head asks for a WebSocket upgrade (the server takes it then). A head
+// that is not well formed (more than one Origin, or a line without its CR) never is: it is
+// answered with 400 before the WebSocket layer, whose reading of it might differ, sees it.
 bool isUpgrade(const QByteArray &head);
 
 // The whole response to a request head that is not an upgrade: status line, headers and,
@@ -18,6 +20,9 @@ QByteArray respond(const QByteArray &head);
 
 // Answer to a head longer than the server reads.
 QByteArray tooLarge();
+
+// Answer to a head that is not well formed.
+QByteArray badRequest();
 
 // The paths served, "/" among them.
 QStringList paths();

@@ -105,6 +105,9 @@ private slots:
     void otherMethodsAreNotAllowed_data();
     void otherMethodsAreNotAllowed();
     void malformedRequestLine();
+    void bareLineFeedIsRefusedAtOnce_data();
+    void bareLineFeedIsRefusedAtOnce();
+    void twoOriginsAreRefused();
     void unchangedFileIsNotSentAgain();
     void oversizedRequestIsRefused_data();
     void oversizedRequestIsRefused();
@@ -267,6 +270,55 @@ void TestWebServing::malformedRequestLine()
     QCOMPARE(exchange(port, "GET  / HTTP/1.1\r\n\r\n").status, 400);
     // The server goes on serving.
     QCOMPARE(exchange(port, get("/")).status, 200);
+}
+
+void TestWebServing::bareLineFeedIsRefusedAtOnce_data()
+{
+    QTest::addColumn<QByteArray>("request");
+    QTest::newRow("every line") << QByteArray("GET / HTTP/1.1\nHost: 127.0.0.1\n\n");
+    QTest::newRow("the request line") << QByteArray("GET / HTTP/1.1\nHost: 127.0.0.1\r\n\r\n");
+    // Qt's handshake reader would see an Origin the page's check did not.
+    QTest::newRow("an Origin behind it")
+        << QByteArray("GET /?i=x&v=1 HTTP/1.1\r\nHost: 127.0.0.1\r\nX-A: b\nOrigin: "
+                      "https://evil.example\r\nUpgrade: websocket\r\nConnection: Upgrade\r\n"
+                      "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\n"
+                      "Sec-WebSocket-Version: 13\r\n\r\n");
+    // Not whole yet: the answer does not wait for an end that may never come.
+    QTest::newRow("unfinished") << QByteArray("GET / HTTP/1.1\nHost: 127.0.0.1\n");
+}
+
+void TestWebServing::bareLineFeedIsRefusedAtOnce()
+{
+    QFETCH(QByteArray, request);
+    const Reply reply = exchange(port, request);
+    QVERIFY(reply.closed);
+    QCOMPARE(reply.status, 400);
+    QTRY_VERIFY(server->getConnections().isEmpty());
+    QCOMPARE(exchange(port, get("/")).status, 200);
+}
+
+void TestWebServing::twoOriginsAreRefused()
+{
+    const QByteArray upgrade = "GET /?i=two-origins&v=1 HTTP/1.1\r\nHost: 127.0.0.1\r\n"
+                               "Origin: http://127.0.0.1:"
+        + QByteArray::number(port)
+        + "\r\nOrigin: https://evil.example\r\nUpgrade: websocket\r\n"
+          "Connection: Upgrade\r\nSec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\n"
+          "Sec-WebSocket-Version: 13\r\n\r\n";
+    QSignalSpy asked(server, &Server::needUserAuthorization);
+    const Reply reply = exchange(port, upgrade);
+    QCOMPARE(reply.status, 400);
+    QVERIFY(asked.isEmpty());
+    QTRY_VERIFY(server->getConnections().isEmpty());
+    // One Origin, of the page's own, still passes.
+    QByteArray one = upgrade;
+    one.replace("Origin: https://evil.example\r\n", "");
+    QTcpSocket socket;
+    socket.connectToHost(QHostAddress::LocalHost, port);
+    QVERIFY(socket.waitForConnected(5000));
+    socket.write(one);
+    QTRY_VERIFY(socket.bytesAvailable() > 0 || socket.waitForReadyRead(100));
+    QVERIFY2(socket.readLine().startsWith("HTTP/1.1 101"), "the upgrade was refused");
 }
 
 void TestWebServing::unchangedFileIsNotSentAgain()
