@@ -38,6 +38,23 @@ QIcon trayIconFor(bool connected)
     icon.setIsMask(!connected);
     return icon;
 }
+// Qt's platforms without a screen: nothing shown there is seen, and they have no tray and no
+// window stacking (asking for either only makes Qt log that it cannot).
+bool hasDisplay()
+{
+    const QString platform = QGuiApplication::platformName();
+    return platform != QLatin1String("offscreen") && platform != QLatin1String("minimal");
+}
+
+// In front, where a window manager can put it there.
+void bringForward(QWidget *window)
+{
+    window->show();
+    if (!hasDisplay())
+        return;
+    window->raise();
+    window->activateWindow();
+}
 } // namespace
 
 UI::UI(QWidget *parent)
@@ -77,6 +94,12 @@ void UI::setupTrayIcon()
     menu->addSeparator();
     menu->addAction(tr("Quit"), qApp, &QCoreApplication::quit);
 
+    if (!hasDisplay()) {
+        qCInfo(lcUi).noquote()
+            << "No display: no tray icon or window is shown; approve a new device with"
+            << Constants::UNIX_NAME << "--pending and" << Constants::UNIX_NAME << "--approve ID";
+        return;
+    }
     trayIcon = new QSystemTrayIcon(this);
     trayIcon->setIcon(trayIconFor(false));
     trayIcon->setToolTip(QString(Constants::NAME));
@@ -118,11 +141,15 @@ void UI::onCoreReady()
         Qt::UniqueConnection);
     connect(core->server, &Server::needUserAuthorization, this, &UI::showAuthDialog,
         Qt::UniqueConnection);
-    if (!QSettings().value(QStringLiteral("welcome"), false).toBool()
-        || !core->platform->permissionsGranted())
-        showWelcome();
-    connect(
-        core->platform, &Platform::needPermissions, this, &UI::showWelcome, Qt::UniqueConnection);
+    // The welcome window explains what to switch on in the desktop's settings; without a
+    // display there is nobody to read it (the platform's log says what is missing).
+    if (hasDisplay()) {
+        if (!QSettings().value(QStringLiteral("welcome"), false).toBool()
+            || !core->platform->permissionsGranted())
+            showWelcome();
+        connect(core->platform, &Platform::needPermissions, this, &UI::showWelcome,
+            Qt::UniqueConnection);
+    }
     Updater::instance()->checkAndMaybeShowUI();
 }
 
@@ -135,14 +162,19 @@ void UI::showWebRemote()
     // Asked each time: the port changes when the server starts again.
     Server *server = Core::instance()->server;
     webRemote->setAddress(server ? server->webRemoteAddress() : QString());
-    webRemote->show();
-    webRemote->raise();
-    webRemote->activateWindow();
+    bringForward(webRemote);
 }
 
 void UI::showAuthDialog(
     QObject *socket, const QString &id, const QString &name, const QString &address)
 {
+    if (!hasDisplay()) {
+        // Nobody could click a prompt: the device waits for an answer from a terminal.
+        asking = { socket, id, name, address };
+        qCInfo(lcUi).noquote() << "A device asks to connect; see" << Constants::UNIX_NAME
+                               << "--pending";
+        return;
+    }
     auto *box = new QMessageBox;
     box->setAttribute(Qt::WA_DeleteOnClose);
     box->setWindowTitle(QString(Constants::NAME));
@@ -170,8 +202,10 @@ void UI::showAuthDialog(
     if (socket)
         connect(socket, &QObject::destroyed, box, &QMessageBox::close);
     box->open();
-    box->raise();
-    box->activateWindow();
+    if (hasDisplay()) {
+        box->raise();
+        box->activateWindow();
+    }
     QApplication::beep();
 }
 
@@ -224,26 +258,20 @@ void UI::showWelcome()
 {
     if (!welcomeView)
         welcomeView = new WelcomeView;
-    welcomeView->show();
-    welcomeView->raise();
-    welcomeView->activateWindow();
+    bringForward(welcomeView);
 }
 
 void UI::showPreferences()
 {
     if (!preferences)
         preferences = new Preferences;
-    preferences->show();
-    preferences->raise();
-    preferences->activateWindow();
+    bringForward(preferences);
 }
 
 void UI::showAboutBox()
 {
     if (!aboutBox)
         aboutBox = new AboutBox;
-    aboutBox->show();
-    aboutBox->raise();
-    aboutBox->activateWindow();
+    bringForward(aboutBox);
     Updater::instance()->checkAndMaybeShowUI();
 }

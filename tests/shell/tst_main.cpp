@@ -1,3 +1,4 @@
+#include "protocolclient.h"
 #include "testenvironment.h"
 
 #include <QDir>
@@ -19,6 +20,7 @@ class TestMain : public QObject
 private slots:
     void logLinesNameTheirFunction();
     void saysWhereItListens();
+    void withoutADisplayTheLogIsTheProgramsOwn();
     void runsBesideTheUsersOwnCopy();
     void startsWithoutTranslations();
     void quitsCleanlyOnSignal_data();
@@ -107,6 +109,37 @@ void TestMain::saysWhereItListens()
     QCOMPARE(output.count("not advertised"), 1);
 }
 
+void TestMain::withoutADisplayTheLogIsTheProgramsOwn()
+{
+    QTemporaryDir home;
+    QProcessEnvironment environment = TestEnvironment::isolatedProgram(home.path());
+    environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
+    QProcess server;
+    server.setProcessEnvironment(environment);
+    server.start(QStringLiteral(VELM_SERVER_EXECUTABLE), QStringList());
+    QVERIFY(server.waitForStarted());
+    QByteArray output;
+    QTRY_VERIFY2_WITH_TIMEOUT((output += server.readAllStandardError()).contains("No display:"),
+        output.constData(), 20000);
+    QTRY_VERIFY2_WITH_TIMEOUT(output.contains("listens on port"),
+        (output += server.readAllStandardError()).constData(), 20000);
+    // A pairing request has nobody to click its prompt: the log says where to answer it.
+    const quint16 port
+        = quint16(output.mid(output.indexOf("listens on port ") + 16).split(' ').first().toUInt());
+    QVERIFY(port);
+    ProtocolClient client(QStringLiteral("headless-device"));
+    client.open(port);
+    QTRY_VERIFY2_WITH_TIMEOUT(
+        (output += server.readAllStandardError()).contains("A device asks to connect"),
+        output.constData(), 20000);
+    server.terminate();
+    QVERIFY(server.waitForFinished(10000));
+    output += server.readAllStandardError();
+    // Qt's complaints about windows and a tray that a screenless platform cannot have.
+    for (const char *noise : { "does not support", "No such signal", "QObject::connect" })
+        QVERIFY2(!output.contains(noise), output.constData());
+}
+
 void TestMain::runsBesideTheUsersOwnCopy()
 {
     // The user's own copy, as a desktop session starts it: the shared temporary folder and
@@ -191,8 +224,8 @@ void TestMain::quitsCleanlyOnSignal()
     QFETCH(int, signal);
     QTemporaryDir home;
     QProcessEnvironment environment = TestEnvironment::isolatedProgram(home.path());
-    // The local socket and the key files of the single-instance block live here.
-    const QDir temp(environment.value(QStringLiteral("TMPDIR")));
+    // The single-instance socket, block and lock live here.
+    const QDir runtime(environment.value(QStringLiteral("XDG_RUNTIME_DIR")));
     environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
     environment.insert(QStringLiteral("DBUS_SYSTEM_BUS_ADDRESS"),
         QStringLiteral("unix:path=") + home.filePath(QStringLiteral("no-bus")));
@@ -205,7 +238,16 @@ void TestMain::quitsCleanlyOnSignal()
         output.constData(), 20000);
     const QDir::Filters everything
         = QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot;
-    QVERIFY(!temp.entryList(everything).isEmpty());
+    const QStringList running = runtime.entryList(everything);
+    const auto sockets = [&runtime, everything] {
+        QStringList found;
+        for (const QFileInfo &entry : runtime.entryInfoList(everything)) {
+            if (!entry.isFile() && !entry.isDir())
+                found << entry.fileName();
+        }
+        return found;
+    };
+    QCOMPARE(sockets().size(), 1);
 
     QCOMPARE(::kill(pid_t(server.processId()), signal), 0);
     QVERIFY(server.waitForFinished(10000));
@@ -214,8 +256,19 @@ void TestMain::quitsCleanlyOnSignal()
     QVERIFY2(server.exitCode() == 0, output.constData());
     QVERIFY2(
         output.contains("Quitting on signal " + QByteArray::number(signal)), output.constData());
-    // Nothing is left behind for the next start to find.
-    QCOMPARE(temp.entryList(everything), QStringList());
+    // The socket is gone; the block and its lock stay for the next start, which finds nobody
+    // attached and starts them afresh.
+    QCOMPARE(sockets(), QStringList());
+    QCOMPARE(runtime.entryList(everything).size(), running.size() - 1);
+    QProcess again;
+    again.setProcessEnvironment(environment);
+    again.start(QStringLiteral(VELM_SERVER_EXECUTABLE), QStringList());
+    QByteArray againOutput;
+    QTRY_VERIFY2_WITH_TIMEOUT(
+        (againOutput += again.readAllStandardError()).contains("listens on port"),
+        againOutput.constData(), 20000);
+    again.terminate();
+    QVERIFY(again.waitForFinished(10000));
 }
 
 QTEST_GUILESS_MAIN(TestMain)

@@ -39,7 +39,6 @@ QProcessEnvironment isolatedProgram(const QString &root)
         { QStringLiteral("XDG_DATA_HOME"), QStringLiteral("data") },
         { QStringLiteral("XDG_STATE_HOME"), QStringLiteral("state") },
         { QStringLiteral("XDG_RUNTIME_DIR"), QStringLiteral("runtime") },
-        // The single-instance lock's key files and its local socket live here.
         { QStringLiteral("TMPDIR"), QStringLiteral("tmp") },
     };
     for (const auto &[variable, name] : folders) {
@@ -47,6 +46,8 @@ QProcessEnvironment isolatedProgram(const QString &root)
         QDir().mkpath(path);
         environment.insert(variable, path);
     }
+    // The single-instance socket, block and lock live in the runtime folder, which must be the
+    // user's alone.
     QFile::setPermissions(QDir(root).filePath(QStringLiteral("runtime")),
         QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     return environment;
