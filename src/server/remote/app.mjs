@@ -1,7 +1,7 @@
 // The remote's page: everything a phone client offers, over one encrypted connection to the
 // computer that served it. Whatever the computer lists as unsupported ("un") is hidden.
 import { Connection } from './protocol.mjs';
-import { t, translatePage } from './i18n.mjs';
+import { focusLabel, t, translatePage } from './i18n.mjs';
 import { shortcuts, textToSequences } from './keys.mjs';
 
 const $ = (id) => document.getElementById(id);
@@ -120,8 +120,7 @@ const handlers = {
     $('lock-state').textContent = object.v === true ? t('locked') : '';
   },
   fe(object) {
-    const label = [object.r, object.n].filter((s) => typeof s === 'string' && s).join(' · ');
-    if ('r' in object) $('focus-label').textContent = label || t('noFocus');
+    if ('r' in object) $('focus-label').textContent = focusLabel(object.r, object.n);
     if (typeof object.v === 'string' && document.activeElement !== $('focus-value'))
       $('focus-value').value = object.v;
   },

@@ -17,6 +17,8 @@ const strings = {
     scroll: 'Scroll', scrollPad: 'Drag up or down', scrollUp: 'Scroll up', scrollDown: 'Scroll down',
     keyboard: 'Keyboard', typePlaceholder: 'Text to type', type: 'Type',
     focused: 'Focused field', noFocus: 'Nothing is focused.', read: 'Read', set: 'Set', press: 'Press',
+    roleWindow: 'Window', roleText: 'Text field', roleTextArea: 'Text area', roleList: 'List',
+    roleTable: 'Table', roleButton: 'Button', roleOther: 'Focused element',
     commands: 'Commands', refresh: 'Refresh', noMenu: 'This application shows no menu.',
     up: 'Up', emptyFolder: 'This folder is empty.',
     open: 'Open', openWith: 'Open with', noApps: 'No application can open this file.', noPreview: 'No preview',
@@ -46,6 +48,8 @@ const strings = {
     scroll: 'Scorrimento', scrollPad: 'Trascina in su o in giù', scrollUp: 'Scorri su', scrollDown: 'Scorri giù',
     keyboard: 'Tastiera', typePlaceholder: 'Testo da digitare', type: 'Digita',
     focused: 'Campo attivo', noFocus: 'Nessun campo attivo.', read: 'Leggi', set: 'Imposta', press: 'Premi',
+    roleWindow: 'Finestra', roleText: 'Campo di testo', roleTextArea: 'Area di testo', roleList: 'Elenco',
+    roleTable: 'Tabella', roleButton: 'Pulsante', roleOther: 'Elemento attivo',
     commands: 'Comandi', refresh: 'Aggiorna', noMenu: 'Questa applicazione non ha menu.',
     up: 'Su', emptyFolder: 'Questa cartella è vuota.',
     open: 'Apri', openWith: 'Apri con', noApps: 'Nessuna applicazione può aprire questo file.', noPreview: 'Nessuna anteprima',
@@ -74,6 +78,15 @@ export const language = pickLanguage(globalThis.navigator?.languages ?? ['en']);
 export function t(key, ...args) {
   const text = strings[language][key] ?? strings.en[key] ?? key;
   return args.reduce((out, arg, i) => out.replace(`%${i + 1}`, arg), text);
+}
+
+// What has the focus on the computer, in words: the computer names the kind of element
+// ("TextArea", "Null" for nothing), which is no word to show.
+const roles = ['Window', 'Text', 'TextArea', 'List', 'Table', 'Button'];
+export function focusLabel(role, name) {
+  if (!role || role === 'Null') return t('noFocus');
+  const kind = roles.includes(role) ? t(`role${role}`) : t('roleOther');
+  return typeof name === 'string' && name ? `${kind} · ${name}` : kind;
 }
 
 // Texts of the page itself: data-t sets the text, data-t-placeholder and data-t-label the

@@ -58,6 +58,8 @@ private slots:
     void initTestCase() { TestEnvironment::setUp(); }
     void pageAndProgramAgree();
     void pageReadsTheProgramsMessages();
+    void focusedElementIsDescribedInWords_data();
+    void focusedElementIsDescribedInWords();
 };
 
 void TestRemoteCrypto::pageAndProgramAgree()
@@ -170,6 +172,59 @@ void TestRemoteCrypto::pageReadsTheProgramsMessages()
     QCOMPARE(volume.value(QStringLiteral("object")).toObject(),
         (QJsonObject { { L::method, L::volume }, { L::value, 42 } }));
     QVERIFY(volume.value(QStringLiteral("parts")).toArray().isEmpty());
+}
+
+void TestRemoteCrypto::focusedElementIsDescribedInWords_data()
+{
+    QTest::addColumn<QString>("language");
+    QTest::addColumn<QStringList>("expected");
+    QTest::newRow("English") << QStringLiteral("en-GB")
+                             << QStringList { QStringLiteral("Nothing is focused."),
+                                    QStringLiteral("Nothing is focused."),
+                                    QStringLiteral("Text field"),
+                                    QStringLiteral("Text area · Notes"), QStringLiteral("Window"),
+                                    QStringLiteral("List"), QStringLiteral("Table"),
+                                    QStringLiteral("Button · OK"),
+                                    QStringLiteral("Focused element") };
+    QTest::newRow("Italian") << QStringLiteral("it-IT")
+                             << QStringList { QStringLiteral("Nessun campo attivo."),
+                                    QStringLiteral("Nessun campo attivo."),
+                                    QStringLiteral("Campo di testo"),
+                                    QStringLiteral("Area di testo · Notes"),
+                                    QStringLiteral("Finestra"), QStringLiteral("Elenco"),
+                                    QStringLiteral("Tabella"), QStringLiteral("Pulsante · OK"),
+                                    QStringLiteral("Elemento attivo") };
+}
+
+void TestRemoteCrypto::focusedElementIsDescribedInWords()
+{
+    QFETCH(QString, language);
+    QFETCH(QStringList, expected);
+    // The roles the program sends ("Null" when nothing has the focus, with a name or none), and
+    // one a newer program might add.
+    const QJsonArray cases { QJsonArray { QStringLiteral("Null"), QString() },
+        QJsonArray { QStringLiteral("Null"), QStringLiteral("stale") },
+        QJsonArray { QStringLiteral("Text"), QString() },
+        QJsonArray { QStringLiteral("TextArea"), QStringLiteral("Notes") },
+        QJsonArray { QStringLiteral("Window"), QString() },
+        QJsonArray { QStringLiteral("List"), QString() },
+        QJsonArray { QStringLiteral("Table"), QString() },
+        QJsonArray { QStringLiteral("Button"), QStringLiteral("OK") },
+        QJsonArray { QStringLiteral("Gizmo"), QString() } };
+    const QString node = QStandardPaths::findExecutable(QStringLiteral("node"));
+    QVERIFY2(!node.isEmpty(), "node is not installed (scripts/deps installs it)");
+    QProcess process;
+    process.start(
+        node, { QStringLiteral(VELM_TEXTS_CHECK), QStringLiteral(VELM_REMOTE_DIR), language });
+    process.write(QJsonDocument(cases).toJson(QJsonDocument::Compact));
+    process.closeWriteChannel();
+    QSignalSpy finished(&process, qOverload<int, QProcess::ExitStatus>(&QProcess::finished));
+    QVERIFY(finished.wait(30000));
+    QVERIFY2(process.exitCode() == 0, process.readAllStandardError().constData());
+    QStringList labels;
+    for (const QJsonValue &label : QJsonDocument::fromJson(process.readAllStandardOutput()).array())
+        labels << label.toString();
+    QCOMPARE(labels, expected);
 }
 
 QTEST_GUILESS_MAIN(TestRemoteCrypto)
