@@ -50,6 +50,16 @@ protected:
     void keymapTaken() override;
     void releaseProxies() override;
 
+public:
+    // What a compositor, by its process name, offers in the protocol but does not do.
+    struct IgnoredRequests
+    {
+        const char *compositor;
+        bool minimize;
+        bool maximize;
+    };
+    static IgnoredRequests ignoredBy(const QByteArray &compositor);
+
 private:
     Toplevel *find(WId id) const { return m_toplevels.value(id); }
     void uploadKeymap();

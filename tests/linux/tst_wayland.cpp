@@ -8,6 +8,7 @@
 #include "serverfixture.h"
 #include "testenvironment.h"
 #include "windowsession.h"
+#include "wlrootssession.h"
 
 #include <QDir>
 #include <QFile>
@@ -115,6 +116,7 @@ private slots:
     void cleanup();
     void chosenFromTheCompositor();
     void unsupportedListsWhatTheCompositorCannotDo();
+    void compositorsThatIgnoreRequests();
     void runningAndFrontFollowedWithPushes_data();
     void runningAndFrontFollowedWithPushes();
     void activationSwitchesTheFront();
@@ -275,6 +277,20 @@ void TestWayland::chosenFromTheCompositor()
     QCOMPARE(
         platform->session()->kind(), onSway ? QStringLiteral("wlroots") : QStringLiteral("Plasma"));
     QVERIFY(platform->session()->hasLayout());
+}
+
+void TestWayland::compositorsThatIgnoreRequests()
+{
+    // Hyprland (by its process name) takes minimise requests and does nothing; it maximises.
+    const WlrootsSession::IgnoredRequests hyprland = WlrootsSession::ignoredBy("Hyprland");
+    QVERIFY(hyprland.minimize);
+    QVERIFY(!hyprland.maximize);
+    const WlrootsSession::IgnoredRequests sway = WlrootsSession::ignoredBy("sway");
+    QVERIFY(sway.minimize && sway.maximize);
+    for (const QByteArray &other : { QByteArray("labwc"), QByteArray("wayfire"), QByteArray() }) {
+        const WlrootsSession::IgnoredRequests entry = WlrootsSession::ignoredBy(other);
+        QVERIFY(!entry.minimize && !entry.maximize);
+    }
 }
 
 void TestWayland::unsupportedListsWhatTheCompositorCannotDo()
