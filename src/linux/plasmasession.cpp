@@ -91,25 +91,35 @@ void onActivityEntered(void *, org_kde_plasma_window *, const char *) { }
 void onActivityLeft(void *, org_kde_plasma_window *, const char *) { }
 void onResourceName(void *, org_kde_plasma_window *, const char *) { }
 
-const org_kde_plasma_window_listener windowListener = {
-    onTitle,
-    onAppId,
-    onState,
-    onVirtualDesktop,
-    onThemedIcon,
-    onUnmapped,
-    onInitialState,
-    onParent,
-    onGeometry,
-    onIconChanged,
-    onPid,
-    onDesktopEntered,
-    onDesktopLeft,
-    onApplicationMenu,
-    onActivityEntered,
-    onActivityLeft,
-    onResourceName,
-};
+// The version of window management whose every event the listeners below answer; KWin 6
+// offers newer ones (client geometry, a second stacking order) that nothing here reads. The
+// listeners are filled by name so that newer headers, with more events, still compile.
+constexpr uint32_t windowManagementVersion = 16;
+// Keys need fake input's keyboard_key; the interface has no events.
+constexpr uint32_t fakeInputVersion = ORG_KDE_KWIN_FAKE_INPUT_KEYBOARD_KEY_SINCE_VERSION;
+
+// Windows come from the manager, at its version.
+const org_kde_plasma_window_listener windowListener = [] {
+    org_kde_plasma_window_listener listener {};
+    listener.title_changed = onTitle;
+    listener.app_id_changed = onAppId;
+    listener.state_changed = onState;
+    listener.virtual_desktop_changed = onVirtualDesktop;
+    listener.themed_icon_name_changed = onThemedIcon;
+    listener.unmapped = onUnmapped;
+    listener.initial_state = onInitialState;
+    listener.parent_window = onParent;
+    listener.geometry = onGeometry;
+    listener.icon_changed = onIconChanged;
+    listener.pid_changed = onPid;
+    listener.virtual_desktop_entered = onDesktopEntered;
+    listener.virtual_desktop_left = onDesktopLeft;
+    listener.application_menu = onApplicationMenu;
+    listener.activity_entered = onActivityEntered;
+    listener.activity_left = onActivityLeft;
+    listener.resource_name_changed = onResourceName;
+    return listener;
+}();
 
 void onShowDesktop(void *, org_kde_plasma_window_management *, uint32_t) { }
 
@@ -126,13 +136,15 @@ void onWindowWithUuid(void *data, org_kde_plasma_window_management *, uint32_t i
     static_cast<PlasmaSession *>(data)->onWindow(id, uuid);
 }
 
-const org_kde_plasma_window_management_listener managerListener = {
-    onShowDesktop,
-    onWindowById,
-    onStackingOrder,
-    onStackingOrderUuid,
-    onWindowWithUuid,
-};
+const org_kde_plasma_window_management_listener managerListener = [] {
+    org_kde_plasma_window_management_listener listener {};
+    listener.show_desktop_changed = onShowDesktop;
+    listener.window = onWindowById;
+    listener.stacking_order_changed = onStackingOrder;
+    listener.stacking_order_uuid_changed = onStackingOrderUuid;
+    listener.window_with_uuid = onWindowWithUuid;
+    return listener;
+}();
 } // namespace
 
 bool PlasmaSession::offeredBy(const WaylandConnection *connection)
@@ -144,17 +156,12 @@ bool PlasmaSession::offeredBy(const WaylandConnection *connection)
 PlasmaSession::PlasmaSession(WaylandConnection *connection, QObject *parent)
     : WaylandWindowSession(connection, parent)
 {
-    m_managerVersion = qMin(connection->version(org_kde_plasma_window_management_interface.name),
-        uint32_t(org_kde_plasma_window_management_interface.version));
-    m_manager = static_cast<org_kde_plasma_window_management *>(
-        connection->bind(&org_kde_plasma_window_management_interface, m_managerVersion));
-    if (m_manager)
-        org_kde_plasma_window_management_add_listener(m_manager, &managerListener, this);
-    m_fakeInput = static_cast<org_kde_kwin_fake_input *>(connection->bind(
-        &org_kde_kwin_fake_input_interface, ORG_KDE_KWIN_FAKE_INPUT_KEYBOARD_KEY_SINCE_VERSION));
+    const QList<WaylandListener> bound = listeners();
+    m_manager = static_cast<org_kde_plasma_window_management *>(connection->bind(bound[0], this));
+    m_managerVersion = connection->boundVersion(org_kde_plasma_window_management_interface.name);
+    m_fakeInput = static_cast<org_kde_kwin_fake_input *>(connection->bind(bound[2], this));
     if (m_fakeInput) {
-        if (connection->version(org_kde_kwin_fake_input_interface.name)
-            < ORG_KDE_KWIN_FAKE_INPUT_KEYBOARD_KEY_SINCE_VERSION) {
+        if (connection->version(org_kde_kwin_fake_input_interface.name) < fakeInputVersion) {
             qCWarning(lcLinux) << "KWin's fake input is too old for keys";
         }
         // KWin lets in any program it offered the interface to.
@@ -168,6 +175,15 @@ PlasmaSession::PlasmaSession(WaylandConnection *connection, QObject *parent)
 }
 
 PlasmaSession::~PlasmaSession() { releaseProxies(); }
+
+QList<WaylandListener> PlasmaSession::listeners()
+{
+    return {
+        { &org_kde_plasma_window_management_interface, &managerListener, windowManagementVersion },
+        { &org_kde_plasma_window_interface, &windowListener, windowManagementVersion },
+        { &org_kde_kwin_fake_input_interface, nullptr, fakeInputVersion },
+    };
+}
 
 void PlasmaSession::releaseProxies()
 {
@@ -191,8 +207,7 @@ WindowSession::Capabilities PlasmaSession::capabilities() const
         return result;
     result |= ListWindows | Activate | Close | Minimize | Maximize | Fullscreen | ProcessIds;
     if (m_fakeInput
-        && connection()->version(org_kde_kwin_fake_input_interface.name)
-            >= ORG_KDE_KWIN_FAKE_INPUT_KEYBOARD_KEY_SINCE_VERSION
+        && connection()->version(org_kde_kwin_fake_input_interface.name) >= fakeInputVersion
         && hasLayout())
         result |= Keys;
     if (m_fakeInput)

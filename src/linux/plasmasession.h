@@ -21,6 +21,8 @@ public:
     ~PlasmaSession() override;
 
     static bool offeredBy(const WaylandConnection *connection);
+    // What the session binds, with the version each of its listeners answers.
+    static QList<WaylandListener> listeners();
 
     QString kind() const override { return QStringLiteral("Plasma"); }
     Capabilities capabilities() const override;

@@ -23,10 +23,15 @@ void onSeatCapabilities(void *data, wl_seat *, uint32_t capabilities)
 
 void onSeatName(void *, wl_seat *, const char *) { }
 
-const wl_seat_listener seatListener = {
-    onSeatCapabilities,
-    onSeatName,
-};
+// The listeners are filled by name, so that a header with newer events still compiles; those
+// events cannot arrive, since the seat is bound at the version below.
+constexpr uint32_t seatVersion = 5;
+const wl_seat_listener seatListener = [] {
+    wl_seat_listener listener {};
+    listener.capabilities = onSeatCapabilities;
+    listener.name = onSeatName;
+    return listener;
+}();
 
 void onKeymap(void *data, wl_keyboard *, uint32_t format, int fd, uint32_t size)
 {
@@ -38,15 +43,42 @@ void onKey(void *, wl_keyboard *, uint32_t, uint32_t, uint32_t, uint32_t) { }
 void onModifiers(void *, wl_keyboard *, uint32_t, uint32_t, uint32_t, uint32_t, uint32_t) { }
 void onRepeatInfo(void *, wl_keyboard *, int32_t, int32_t) { }
 
-const wl_keyboard_listener keyboardListener = {
-    onKeymap,
-    onEnter,
-    onLeave,
-    onKey,
-    onModifiers,
-    onRepeatInfo,
-};
+// The keyboard comes from the seat, at the seat's version.
+const wl_keyboard_listener keyboardListener = [] {
+    wl_keyboard_listener listener {};
+    listener.keymap = onKeymap;
+    listener.enter = onEnter;
+    listener.leave = onLeave;
+    listener.key = onKey;
+    listener.modifiers = onModifiers;
+    listener.repeat_info = onRepeatInfo;
+    return listener;
+}();
+
+// The version from which a message exists: the digits its signature starts with, 1 without.
+uint32_t sinceVersion(const wl_message &message)
+{
+    uint32_t since = 0;
+    for (const char *c = message.signature; *c >= '0' && *c <= '9'; ++c)
+        since = since * 10 + uint32_t(*c - '0');
+    return since ? since : 1;
+}
 } // namespace
+
+QList<QByteArray> unansweredEvents(const WaylandListener &listener)
+{
+    QList<QByteArray> unanswered;
+    // A listener is a struct of function pointers in the order of the interface's events, the
+    // layout libwayland itself relies on.
+    using Function = void (*)();
+    const auto *functions = static_cast<const Function *>(listener.functions);
+    for (int i = 0; i < listener.interface->event_count; ++i) {
+        const wl_message &event = listener.interface->events[i];
+        if (sinceVersion(event) <= listener.version && (!functions || !functions[i]))
+            unanswered << QByteArray(event.name);
+    }
+    return unanswered;
+}
 
 WaylandConnection::WaylandConnection(QObject *parent)
     : QObject(parent)
@@ -99,17 +131,33 @@ void WaylandConnection::onGlobalRemove(void *data, wl_registry *, uint32_t name)
     }
 }
 
-void *WaylandConnection::bind(const wl_interface *interface, uint32_t maxVersion) const
+void *WaylandConnection::bind(const WaylandListener &listener, void *data)
 {
-    const auto it = m_globals.constFind(QByteArray(interface->name));
+    const QByteArray name(listener.interface->name);
+    const auto it = m_globals.constFind(name);
     if (!m_registry || it == m_globals.constEnd())
         return nullptr;
-    return wl_registry_bind(m_registry, it->name, interface, qMin(it->version, maxVersion));
+    const uint32_t version = qMin(it->version, listener.version);
+    auto *proxy = static_cast<wl_proxy *>(
+        wl_registry_bind(m_registry, it->name, listener.interface, version));
+    if (!proxy)
+        return nullptr;
+    if (listener.functions) {
+        wl_proxy_add_listener(proxy,
+            const_cast<void (**)()>(static_cast<void (*const *)()>(listener.functions)), data);
+    }
+    m_bound.insert(name, version);
+    return proxy;
 }
 
 uint32_t WaylandConnection::version(const char *interface) const
 {
     return m_globals.value(QByteArray(interface)).version;
+}
+
+uint32_t WaylandConnection::boundVersion(const char *interface) const
+{
+    return m_bound.value(QByteArray(interface));
 }
 
 QByteArray WaylandConnection::compositorName() const
@@ -173,6 +221,7 @@ void WaylandConnection::fail()
     delete m_notifier;
     m_notifier = nullptr;
     m_globals.clear();
+    m_bound.clear();
     if (m_registry)
         wl_registry_destroy(m_registry);
     m_registry = nullptr;
@@ -183,9 +232,15 @@ void WaylandConnection::fail()
 WaylandSeat::WaylandSeat(WaylandConnection *connection, QObject *parent)
     : QObject(parent)
 {
-    m_seat = static_cast<wl_seat *>(connection->bind(&wl_seat_interface, 5));
-    if (m_seat)
-        wl_seat_add_listener(m_seat, &seatListener, this);
+    m_seat = static_cast<wl_seat *>(connection->bind(listeners().first(), this));
+}
+
+QList<WaylandListener> WaylandSeat::listeners()
+{
+    return {
+        { &wl_seat_interface, &seatListener, seatVersion },
+        { &wl_keyboard_interface, &keyboardListener, seatVersion },
+    };
 }
 
 WaylandSeat::~WaylandSeat() { release(); }

@@ -2,6 +2,7 @@
 
 #include <QByteArray>
 #include <QHash>
+#include <QList>
 #include <QObject>
 
 #include <functional>
@@ -12,6 +13,21 @@ struct wl_registry;
 struct wl_seat;
 struct wl_interface;
 class QSocketNotifier;
+
+// A listener and the version of its interface up to which it has a function for every event.
+// Each global is bound at no more than that version: libwayland aborts the program when an
+// event arrives that its listener has no function for, and a newer compositor (or a newer
+// protocol header) brings new events.
+struct WaylandListener
+{
+    const wl_interface *interface = nullptr;
+    // The listener struct, a row of function pointers; null for an interface without events.
+    const void *functions = nullptr;
+    uint32_t version = 0;
+};
+
+// The names of the events up to the listener's version that it has no function for.
+QList<QByteArray> unansweredEvents(const WaylandListener &listener);
 
 // A connection of our own to the Wayland compositor of the session, served by Qt's event loop
 // whatever Qt itself draws with. It knows the compositor's globals from the start, so a
@@ -36,9 +52,13 @@ public:
     bool isConnected() const { return m_display != nullptr; }
     wl_display *display() const { return m_display; }
     bool has(const char *interface) const { return m_globals.contains(QByteArray(interface)); }
-    // Binds the global at no more than `maxVersion`; null when the compositor has none.
-    void *bind(const wl_interface *interface, uint32_t maxVersion) const;
+    // Binds the global at no more than the version the listener answers, and sets the
+    // listener (for `data`); null when the compositor has none.
+    void *bind(const WaylandListener &listener, void *data);
+    // The version the compositor offers.
     uint32_t version(const char *interface) const;
+    // The version a global was bound at; 0 when it was not.
+    uint32_t boundVersion(const char *interface) const;
     // The process on the other end of the socket, e.g. "sway"; empty when unknown.
     QByteArray compositorName() const;
 
@@ -66,6 +86,7 @@ private:
     wl_registry *m_registry = nullptr;
     QSocketNotifier *m_notifier = nullptr;
     QHash<QByteArray, Global> m_globals;
+    QHash<QByteArray, uint32_t> m_bound;
 };
 
 // The compositor's seat and the keymap of its keyboard: the layout the user types with, told
@@ -81,6 +102,8 @@ public:
     wl_seat *seat() const { return m_seat; }
     // Lets go of the proxies; for a connection that is going away.
     void release();
+    // What the seat binds, with the version each of its listeners answers.
+    static QList<WaylandListener> listeners();
 
     // For libwayland.
     void onCapabilities(uint32_t capabilities);

@@ -6,6 +6,7 @@
 #include <QList>
 
 class WaylandConnection;
+struct WaylandListener;
 class WaylandSeat;
 struct xkb_context;
 
@@ -26,9 +27,10 @@ public:
     DesktopWindow window(WId id) const override { return m_windows.value(id); }
     // Windows carry no icon here; the app id usually names one in the icon theme.
     QIcon windowIcon(WId id) const override;
+    // What the compositor offers, and what was bound of it.
+    WaylandConnection *connection() const { return m_connection; }
 
 protected:
-    WaylandConnection *connection() const { return m_connection; }
     WaylandSeat *seat() const { return m_seat; }
     xkb_context *context() const { return m_context; }
     // A window as the compositor now describes it: listed when new, announced when changed,

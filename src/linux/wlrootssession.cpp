@@ -88,16 +88,25 @@ void onParent(
     static_cast<Toplevel *>(data)->hasParent = parent != nullptr;
 }
 
-const zwlr_foreign_toplevel_handle_v1_listener toplevelListener = {
-    onTitle,
-    onAppId,
-    onOutputEnter,
-    onOutputLeave,
-    onState,
-    onDone,
-    onClosed,
-    onParent,
-};
+// The version of foreign-toplevel whose every event the listeners answer (the protocol's
+// file here is of that version); handles come from the manager, at its version.
+constexpr uint32_t foreignToplevelVersion = 3;
+// The virtual devices have no events; version 1 has everything used here.
+constexpr uint32_t virtualKeyboardVersion = 1;
+constexpr uint32_t virtualPointerVersion = 1;
+
+const zwlr_foreign_toplevel_handle_v1_listener toplevelListener = [] {
+    zwlr_foreign_toplevel_handle_v1_listener listener {};
+    listener.title = onTitle;
+    listener.app_id = onAppId;
+    listener.output_enter = onOutputEnter;
+    listener.output_leave = onOutputLeave;
+    listener.state = onState;
+    listener.done = onDone;
+    listener.closed = onClosed;
+    listener.parent = onParent;
+    return listener;
+}();
 
 void onManagerToplevel(
     void *data, zwlr_foreign_toplevel_manager_v1 *, zwlr_foreign_toplevel_handle_v1 *handle)
@@ -110,10 +119,12 @@ void onManagerFinished(void *data, zwlr_foreign_toplevel_manager_v1 *)
     static_cast<WlrootsSession *>(data)->onManagerFinished();
 }
 
-const zwlr_foreign_toplevel_manager_v1_listener managerListener = {
-    onManagerToplevel,
-    onManagerFinished,
-};
+const zwlr_foreign_toplevel_manager_v1_listener managerListener = [] {
+    zwlr_foreign_toplevel_manager_v1_listener listener {};
+    listener.toplevel = onManagerToplevel;
+    listener.finished = onManagerFinished;
+    return listener;
+}();
 
 } // namespace
 
@@ -154,16 +165,13 @@ WlrootsSession::WlrootsSession(WaylandConnection *connection, QObject *parent)
     const IgnoredRequests ignored = ignoredBy(compositor);
     m_ignoresMinimize = ignored.minimize;
     m_ignoresMaximize = ignored.maximize;
-    m_managerVersion
-        = qMin(connection->version(zwlr_foreign_toplevel_manager_v1_interface.name), 3u);
-    m_manager = static_cast<zwlr_foreign_toplevel_manager_v1 *>(
-        connection->bind(&zwlr_foreign_toplevel_manager_v1_interface, 3));
-    if (m_manager)
-        zwlr_foreign_toplevel_manager_v1_add_listener(m_manager, &managerListener, this);
-    m_keyboardManager = static_cast<zwp_virtual_keyboard_manager_v1 *>(
-        connection->bind(&zwp_virtual_keyboard_manager_v1_interface, 1));
-    m_pointerManager = static_cast<zwlr_virtual_pointer_manager_v1 *>(
-        connection->bind(&zwlr_virtual_pointer_manager_v1_interface, 1));
+    const QList<WaylandListener> bound = listeners();
+    m_manager = static_cast<zwlr_foreign_toplevel_manager_v1 *>(connection->bind(bound[0], this));
+    m_managerVersion = connection->boundVersion(zwlr_foreign_toplevel_manager_v1_interface.name);
+    m_keyboardManager
+        = static_cast<zwp_virtual_keyboard_manager_v1 *>(connection->bind(bound[2], this));
+    m_pointerManager
+        = static_cast<zwlr_virtual_pointer_manager_v1 *>(connection->bind(bound[3], this));
     // The seat's capabilities, then the keymap of its keyboard: the user's layout, which the
     // virtual keyboard then carries too.
     connection->roundtrip();
@@ -190,6 +198,16 @@ WlrootsSession::WlrootsSession(WaylandConnection *connection, QObject *parent)
 }
 
 WlrootsSession::~WlrootsSession() { releaseProxies(); }
+
+QList<WaylandListener> WlrootsSession::listeners()
+{
+    return {
+        { &zwlr_foreign_toplevel_manager_v1_interface, &managerListener, foreignToplevelVersion },
+        { &zwlr_foreign_toplevel_handle_v1_interface, &toplevelListener, foreignToplevelVersion },
+        { &zwp_virtual_keyboard_manager_v1_interface, nullptr, virtualKeyboardVersion },
+        { &zwlr_virtual_pointer_manager_v1_interface, nullptr, virtualPointerVersion },
+    };
+}
 
 void WlrootsSession::releaseProxies()
 {

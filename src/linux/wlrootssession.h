@@ -25,6 +25,8 @@ public:
 
     // The compositor offers the window list.
     static bool offeredBy(const WaylandConnection *connection);
+    // What the session binds, with the version each of its listeners answers.
+    static QList<WaylandListener> listeners();
 
     QString kind() const override { return QStringLiteral("wlroots"); }
     Capabilities capabilities() const override;
