@@ -16,7 +16,7 @@ FUZZ := build/fuzz
 HEADLESS := $(if $(DISPLAY)$(WAYLAND_DISPLAY),,QT_QPA_PLATFORM=offscreen)
 UNAME := $(shell uname -s)
 
-.PHONY: all deps build build-asan test test-dev test-asan test-none run install deb translations screenshots \
+.PHONY: all deps build build-asan test test-dev test-asan test-none test-desktops run install deb translations screenshots \
 	bench fuzz fuzz-long format clean
 PREFIX ?= /usr/local
 
@@ -84,6 +84,14 @@ test-asan: build-asan
 test-none: deps $(NONE)/build.ninja
 	$(HIDDEN) cmake --build $(NONE) -j $(JOBS) --target portable_tests
 	cd $(NONE) && ctest -L portable --output-on-failure --timeout 300
+
+# Today's desktops: the project built in a Debian 13 root (made with debootstrap in
+# build/desktops, kept, made afresh after a week) with its compiler and libraries, warnings as
+# errors, and the Wayland window tests run there against sway 1.10, KWin 6.3 and labwc, with
+# the Debian package installed into a clean Debian 13 root. Needs root; not part of `make test`.
+test-desktops:
+	@scripts/deps
+	scripts/test-desktops build/desktops
 
 # The program, its desktop entry, icons and translations under PREFIX (needs root for /usr/local).
 install: deps $(RELEASE)/build.ninja

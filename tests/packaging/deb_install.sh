@@ -8,7 +8,7 @@ build=$(cd "${1:?usage: deb_install.sh BUILD_DIR SOURCE_DIR}" && pwd)
 source=$(cd "${2:?usage: deb_install.sh BUILD_DIR SOURCE_DIR}" && pwd)
 suite=${VELM_PACKAGE_SUITE:-bookworm}
 # The mirror this machine installs from.
-mirror=${VELM_PACKAGE_MIRROR:-$(sed -n 's/^URIs: *//p' /etc/apt/sources.list.d/debian.sources 2>/dev/null | head -1)}
+mirror=${VELM_PACKAGE_MIRROR:-$(sed -n 's/^URIs: *//p' /etc/apt/sources.list.d/debian.sources 2>/dev/null | head -1 || true)}
 mirror=${mirror:-http://deb.debian.org/debian}
 
 fail() { echo "deb package: $*" >&2; exit 1; }
