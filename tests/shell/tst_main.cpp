@@ -142,8 +142,20 @@ void TestMain::withoutADisplayTheLogIsTheProgramsOwn()
 
 void TestMain::runsBesideTheUsersOwnCopy()
 {
-    // The user's own copy, as a desktop session starts it: the shared temporary folder and
-    // runtime directory (only the settings are kept apart, to leave the user's alone).
+    // A desktop session of the user's: a runtime folder and a temporary folder that this test
+    // and every program it starts would share. They are the test's own rather than the
+    // session's real ones, so that a copy the user runs there is left alone and does not stand
+    // in for the one started here.
+    QTemporaryDir session;
+    const QString runtime = session.filePath(QStringLiteral("runtime"));
+    const QString temporary = session.filePath(QStringLiteral("tmp"));
+    QVERIFY(QDir().mkpath(runtime) && QDir().mkpath(temporary));
+    QVERIFY(QFile::setPermissions(runtime, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
+    const TestEnvironment::Variable runtimeVariable("XDG_RUNTIME_DIR", runtime.toUtf8());
+    const TestEnvironment::Variable temporaryVariable("TMPDIR", temporary.toUtf8());
+
+    // The user's own copy, as that session starts it (only the settings are kept apart, to
+    // leave the user's alone).
     QTemporaryDir userConfig;
     QProcessEnvironment user = QProcessEnvironment::systemEnvironment();
     user.insert(QStringLiteral("XDG_CONFIG_HOME"), userConfig.path());
