@@ -24,6 +24,8 @@ constexpr uint pointer = 2;
 constexpr uint persistUntilRevoked = 2;
 // Input waiting for the consent dialog is kept within reason.
 constexpr int maxWaiting = 256;
+// Input calls queued behind the one awaiting its answer (a long text is two calls a character).
+constexpr int maxOutgoing = 8192;
 
 // Tokens name request and session objects of this connection: never the same twice.
 QString newToken()
@@ -101,13 +103,34 @@ void RemoteDesktopPortal::notify(const QString &method, const QList<QVariant> &a
     call << QVariant::fromValue(m_session);
     for (const QVariant &argument : arguments)
         call << argument;
-    // Nothing waits for the answer; a failure is only logged.
+    // A portal that stops answering must not make the queue grow without end; a press whose
+    // release is dropped is let go by the desktop when the session ends.
+    if (m_outgoing.size() >= maxOutgoing) {
+        if (!m_dropping)
+            qCWarning(lcLinux) << "Remote desktop: the portal does not keep up; input dropped";
+        m_dropping = true;
+        return;
+    }
+    m_dropping = false;
+    m_outgoing.append(call);
+    sendNext();
+}
+
+void RemoteDesktopPortal::sendNext()
+{
+    if (m_sending || m_outgoing.isEmpty())
+        return;
+    const QDBusMessage call = m_outgoing.takeFirst();
+    m_sending = true;
     auto *watcher
         = new QDBusPendingCallWatcher(QDBusConnection::sessionBus().asyncCall(call), this);
-    connect(watcher, &QDBusPendingCallWatcher::finished, this, [method, watcher] {
+    connect(watcher, &QDBusPendingCallWatcher::finished, this, [this, call, watcher] {
         watcher->deleteLater();
+        // A failure is only logged; what follows is still sent.
         if (watcher->isError())
-            qCWarning(lcLinux) << "Remote desktop" << method << watcher->error().message();
+            qCWarning(lcLinux) << "Remote desktop" << call.member() << watcher->error().message();
+        m_sending = false;
+        sendNext();
     });
 }
 
@@ -242,6 +265,7 @@ void RemoteDesktopPortal::fail(const QString &why, State state)
 {
     qCWarning(lcLinux).noquote() << "Remote desktop:" << why;
     m_waiting.clear();
+    m_outgoing.clear();
     m_session = QDBusObjectPath();
     setState(state);
 }
@@ -253,6 +277,8 @@ void RemoteDesktopPortal::onSessionClosed()
     QDBusConnection::sessionBus().disconnect(service, m_session.path(), sessionInterface,
         QStringLiteral("Closed"), this, SLOT(onSessionClosed()));
     qCInfo(lcLinux) << "Remote desktop session closed by the desktop";
+    // Calls for the ended session would only fail.
+    m_outgoing.clear();
     m_session = QDBusObjectPath();
     if (m_state == Ready)
         setState(Idle);

@@ -13,7 +13,10 @@ class QDBusMessage;
 // desktop without window protocols for other programs (GNOME) lets one control it. The first
 // use opens the desktop's consent dialog; the restore token it grants is kept in the settings
 // ("remoteDesktopToken"), so later sessions, also after a restart, start without asking again.
-// Input asked for while the session starts waits for it, in order.
+// Input asked for while the session starts waits for it, in order. Input calls go one at a
+// time, each after the answer to the one before: the portal handles calls concurrently, and
+// keys sent without waiting arrived out of order (a modifier released before its key, a key's
+// release before its press).
 class RemoteDesktopPortal : public QObject
 {
     Q_OBJECT
@@ -55,11 +58,18 @@ private:
     void onSelected(uint response, const QVariantMap &results);
     void onStarted(uint response, const QVariantMap &results);
     void fail(const QString &why, State state);
+    // Queues an input call on the session; sendNext() sends the first once nothing is under way.
     void notify(const QString &method, const QList<QVariant> &arguments);
+    void sendNext();
 
     State m_state = Unknown;
     QDBusObjectPath m_session;
     QList<Step> m_waiting;
+    // Input calls not yet sent, and whether one is awaiting its answer.
+    QList<QDBusMessage> m_outgoing;
+    bool m_sending = false;
+    // Said once while input is dropped.
+    bool m_dropping = false;
     // The reply handler of the request now under way.
     void (RemoteDesktopPortal::*m_onResponse)(uint, const QVariantMap &) = nullptr;
     QString m_requestPath;

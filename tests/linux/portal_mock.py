@@ -5,6 +5,9 @@ Every call is appended to LOG as one JSON line: {"method": ..., "args": [...]}. 
 through Request objects' Response signals, as the real portal does, after the call returned.
 Behaviour is set through files beside LOG: LOG.refuse (Start answers 1, as when the user says
 no). The mock's own method Mock.CloseSessions ends every session with the Closed signal.
+Input calls take effect (are recorded) and are answered after a delay that is 40 ms for every
+other call and none for the rest: the real portal handles calls concurrently, so calls sent
+without waiting for the previous answer come out in another order, here as there.
 Usage: portal_mock.py LOG
 """
 import json
@@ -109,13 +112,25 @@ class Portal(dbus.service.Object):
             "devices": dbus.UInt32(3, variant_level=1),
             "restore_token": dbus.String("token-%d" % self.started, variant_level=1)})
 
-    @dbus.service.method(REMOTE, in_signature="oa{sv}iu", out_signature="")
-    def NotifyKeyboardKeysym(self, session, options, keysym, state):
-        self.record("NotifyKeyboardKeysym", session, options, keysym, state)
+    def take_effect(self, reply, method, *args):
+        self.inputs = getattr(self, "inputs", 0) + 1
+        delay = 40 if self.inputs % 2 else 0
 
-    @dbus.service.method(REMOTE, in_signature="oa{sv}ui", out_signature="")
-    def NotifyPointerAxisDiscrete(self, session, options, axis, steps):
-        self.record("NotifyPointerAxisDiscrete", session, options, axis, steps)
+        def later():
+            self.record(method, *args)
+            reply()
+            return False
+        GLib.timeout_add(delay, later)
+
+    @dbus.service.method(REMOTE, in_signature="oa{sv}iu", out_signature="",
+                         async_callbacks=("reply", "error"))
+    def NotifyKeyboardKeysym(self, session, options, keysym, state, reply=None, error=None):
+        self.take_effect(reply, "NotifyKeyboardKeysym", session, options, keysym, state)
+
+    @dbus.service.method(REMOTE, in_signature="oa{sv}ui", out_signature="",
+                         async_callbacks=("reply", "error"))
+    def NotifyPointerAxisDiscrete(self, session, options, axis, steps, reply=None, error=None):
+        self.take_effect(reply, "NotifyPointerAxisDiscrete", session, options, axis, steps)
 
     @dbus.service.method("org.freedesktop.DBus.Mock", in_signature="", out_signature="")
     def CloseSessions(self):
