@@ -316,17 +316,89 @@ QString executableOf(int pid)
     return QFileInfo(QStringLiteral("/proc/%1/exe").arg(pid)).symLinkTarget();
 }
 
+// A program as a path when it can be found: looked up in PATH, links resolved.
+QString programPath(const QByteArray &program)
+{
+    if (program.isEmpty())
+        return QString();
+    char *found = g_find_program_in_path(program.constData());
+    QString path = found ? QString::fromUtf8(found) : QString::fromLocal8Bit(program);
+    g_free(found);
+    const QString resolved = QFileInfo(path).canonicalFilePath();
+    return resolved.isEmpty() ? path : resolved;
+}
+
 // The program a desktop entry starts, as a path when it can be found.
 QString entryExecutable(GAppInfo *info)
 {
     const char *executable = g_app_info_get_executable(info);
-    if (!executable || !*executable)
-        return QString();
-    char *found = g_find_program_in_path(executable);
-    QString path = found ? QString::fromUtf8(found) : QString::fromUtf8(executable);
-    g_free(found);
-    const QString resolved = QFileInfo(path).canonicalFilePath();
-    return resolved.isEmpty() ? path : resolved;
+    return executable ? programPath(executable) : QString();
+}
+
+// The words of the command line a process was started with.
+QList<QByteArray> commandOf(int pid)
+{
+    QFile file(QStringLiteral("/proc/%1/cmdline").arg(pid));
+    if (pid <= 0 || !file.open(QIODevice::ReadOnly))
+        return {};
+    QList<QByteArray> words = file.readAll().split('\0');
+    if (!words.isEmpty() && words.last().isEmpty())
+        words.removeLast();
+    return words;
+}
+
+// The words of the command line an entry starts, without its field codes.
+QList<QByteArray> entryCommand(GAppInfo *info)
+{
+    const char *line = g_app_info_get_commandline(info);
+    gint count = 0;
+    gchar **words = nullptr;
+    if (!line || !g_shell_parse_argv(line, &count, &words, nullptr))
+        return {};
+    QList<QByteArray> command;
+    for (gint i = 0; i < count; ++i) {
+        const QByteArray word(words[i]);
+        if (word == "%%")
+            command << QByteArray("%");
+        else if (!(word.size() == 2 && word.at(0) == '%'))
+            command << word;
+    }
+    g_strfreev(words);
+    return command;
+}
+
+// A process's command line as it is compared with entries': its words, and its first three
+// words as programs (the program itself, or an interpreter with an option before the script).
+struct ProcessCommand
+{
+    QList<QByteArray> words;
+    QStringList programs;
+};
+
+ProcessCommand processCommand(int pid)
+{
+    ProcessCommand command;
+    command.words = commandOf(pid);
+    for (int i = 0; i < qMin(3, command.words.size()); ++i)
+        command.programs << programPath(command.words.at(i));
+    return command;
+}
+
+// How many words of the entry's command line the process was started with: the entry's
+// program first and then its words, either as the process's program or as the script an
+// interpreter runs (the kernel, or env, puts the interpreter and its option before it). 0 when
+// the process was not started from this entry.
+int commandMatch(const ProcessCommand &process, const QList<QByteArray> &entry)
+{
+    if (entry.isEmpty())
+        return 0;
+    const QString program = programPath(entry.first());
+    for (int start = 0; start < process.programs.size(); ++start) {
+        if (process.programs.at(start) == program
+            && process.words.mid(start + 1, entry.size() - 1) == entry.mid(1))
+            return int(entry.size());
+    }
+    return 0;
 }
 } // namespace
 
@@ -363,12 +435,32 @@ LinuxApp *LinuxPlatform::matchWindow(const DesktopWindow &window) const
         if (static_cast<LinuxApp *>(app)->appInfo() && sameName(app->id))
             return static_cast<LinuxApp *>(app);
     }
-    // 4. The program the window's process runs against the entry's Exec.
+    // 4. The command line the window's process was started with against the entry's Exec, the
+    // longest match first: entries that run the same interpreter (python3, java, sh) differ
+    // only in the script and the words after it.
+    const ProcessCommand command = processCommand(window.pid);
+    LinuxApp *started = nullptr;
+    int matched = 0;
+    for (App *app : installedApps) {
+        auto *linuxApp = static_cast<LinuxApp *>(app);
+        if (!linuxApp->appInfo())
+            continue;
+        if (const int words = commandMatch(command, entryCommand(linuxApp->appInfo()));
+            words > matched) {
+            started = linuxApp;
+            matched = words;
+        }
+    }
+    if (started)
+        return started;
+    // 5. The program the process runs, for a program that names itself otherwise on its
+    // command line: only an entry that starts the program without words of its own.
     const QString executable = executableOf(window.pid);
     if (!executable.isEmpty()) {
         for (App *app : installedApps) {
             auto *linuxApp = static_cast<LinuxApp *>(app);
-            if (linuxApp->appInfo() && entryExecutable(linuxApp->appInfo()) == executable)
+            if (linuxApp->appInfo() && entryCommand(linuxApp->appInfo()).size() == 1
+                && entryExecutable(linuxApp->appInfo()) == executable)
                 return linuxApp;
         }
     }

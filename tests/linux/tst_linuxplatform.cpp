@@ -13,6 +13,7 @@
 #include "soundserver.h"
 #include "testenvironment.h"
 #include "testfiles.h"
+#include "windowsession.h"
 
 #include <QDir>
 #include <QElapsedTimer>
@@ -75,6 +76,7 @@ private slots:
 
     void installedAppsFromDesktopEntries();
     void newDesktopEntryIsPickedUp();
+    void windowsOfOneInterpreterMatchTheirOwnEntries();
     void previews_data();
     void previews();
     void iconsAlwaysComeBack();
@@ -181,6 +183,55 @@ void TestLinuxPlatform::newDesktopEntryIsPickedUp()
         platform->appforId(QStringLiteral("org.velm.Fresh")) != nullptr, 15000);
     QVERIFY(changed.size() >= 1);
     QCOMPARE(platform->appforId(QStringLiteral("org.velm.Fresh"))->name, QStringLiteral("Fresh"));
+}
+
+void TestLinuxPlatform::windowsOfOneInterpreterMatchTheirOwnEntries()
+{
+    // A script that waits: as sh runs it, or as the kernel runs it for its first line. Entries
+    // that run it through the interpreter differ only in the words after it.
+    const QString script = files->filePath(QStringLiteral("serve.sh"));
+    QFile serve(script);
+    QVERIFY(serve.open(QIODevice::WriteOnly));
+    serve.write("#!/bin/sh\nread line\n");
+    serve.close();
+    serve.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    auto entry = [&](const QString &id, const QString &exec) {
+        QFile file(applicationsDir() + QLatin1Char('/') + id + QStringLiteral(".desktop"));
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write(QStringLiteral("[Desktop Entry]\nType=Application\nName=%1\nExec=%2\n")
+                       .arg(id, exec)
+                       .toUtf8());
+    };
+    entry(QStringLiteral("org.velm.ServeOne"), QStringLiteral("sh %1 one %F").arg(script));
+    entry(QStringLiteral("org.velm.ServeTwo"), QStringLiteral("sh %1 two").arg(script));
+    entry(QStringLiteral("org.velm.ServeItself"), QStringLiteral("%1 three %u").arg(script));
+    QTRY_VERIFY_WITH_TIMEOUT(platform->appforId(QStringLiteral("org.velm.ServeOne"))
+            && platform->appforId(QStringLiteral("org.velm.ServeTwo"))
+            && platform->appforId(QStringLiteral("org.velm.ServeItself")),
+        15000);
+
+    auto matched = [&](QProcess &process) -> QString {
+        DesktopWindow window;
+        window.regular = true;
+        window.pid = int(process.processId());
+        // What a window known only from the accessibility bus carries: the program's name.
+        window.className = window.instanceName = "dash";
+        const LinuxApp *app = platform->matchWindow(window);
+        return app ? app->id : QString();
+    };
+    QProcess two, itself, other;
+    two.start(QStringLiteral("/bin/sh"), { script, QStringLiteral("two"), QStringLiteral("x") });
+    itself.start(script, { QStringLiteral("three"), files->filePath(QStringLiteral("icon.png")) });
+    other.start(QStringLiteral("/bin/sh"), { script, QStringLiteral("four") });
+    QVERIFY(two.waitForStarted() && itself.waitForStarted() && other.waitForStarted());
+    QCOMPARE(matched(two), QStringLiteral("org.velm.ServeTwo"));
+    QCOMPARE(matched(itself), QStringLiteral("org.velm.ServeItself"));
+    // Run by the same interpreter, but from no entry: none of them.
+    QCOMPARE(matched(other), QString());
+    for (QProcess *process : { &two, &itself, &other }) {
+        process->closeWriteChannel();
+        QVERIFY(process->waitForFinished(5000));
+    }
 }
 
 void TestLinuxPlatform::previews_data()
