@@ -39,25 +39,28 @@ RemoteDesktopPortal::RemoteDesktopPortal(QObject *parent)
     : QObject(parent)
 {
     QDBusMessage get = QDBusMessage::createMethodCall(
-        service, path, QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("Get"));
-    get << remoteDesktop << QStringLiteral("AvailableDeviceTypes");
+        service, path, QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("GetAll"));
+    get << remoteDesktop;
     auto *watcher = new QDBusPendingCallWatcher(QDBusConnection::sessionBus().asyncCall(get), this);
     connect(watcher, &QDBusPendingCallWatcher::finished, this, [this, watcher] {
         watcher->deleteLater();
-        const QDBusPendingReply<QDBusVariant> reply = *watcher;
+        const QDBusPendingReply<QVariantMap> reply = *watcher;
         if (reply.isError()) {
             qCInfo(lcLinux) << "No remote desktop portal:" << reply.error().message();
             m_waiting.clear();
             setState(Unavailable);
             return;
         }
-        onAvailability(reply.value().variant());
+        onAvailability(reply.value());
     });
 }
 
-void RemoteDesktopPortal::onAvailability(const QVariant &types)
+void RemoteDesktopPortal::onAvailability(const QVariantMap &properties)
 {
-    if ((types.toUInt() & (keyboard | pointer)) != (keyboard | pointer)) {
+    // Version 1 grants no restore token: the desktop asks at every start of the program.
+    m_version = properties.value(QStringLiteral("version"), 1u).toUInt();
+    const uint types = properties.value(QStringLiteral("AvailableDeviceTypes")).toUInt();
+    if ((types & (keyboard | pointer)) != (keyboard | pointer)) {
         qCInfo(lcLinux) << "The remote desktop portal offers no keyboard and pointer";
         m_waiting.clear();
         setState(Unavailable);
@@ -65,6 +68,12 @@ void RemoteDesktopPortal::onAvailability(const QVariant &types)
     }
     if (m_state != Unknown)
         return;
+    if (!keepsPermission()) {
+        qCInfo(lcLinux).noquote() << QStringLiteral(
+            "The desktop's remote desktop portal is of version %1 and keeps no permission: it "
+            "asks at every start of Velm Server, at the first key or wheel step")
+                                         .arg(m_version);
+    }
     setState(Idle);
     if (!m_waiting.isEmpty())
         createSession();
@@ -217,11 +226,14 @@ void RemoteDesktopPortal::onCreated(uint response, const QVariantMap &results)
 
 void RemoteDesktopPortal::selectDevices()
 {
-    QVariantMap options { { QStringLiteral("types"), keyboard | pointer },
-        { QStringLiteral("persist_mode"), persistUntilRevoked } };
-    const QString token = QSettings().value(tokenKey).toString();
-    if (!token.isEmpty())
-        options.insert(QStringLiteral("restore_token"), token);
+    QVariantMap options { { QStringLiteral("types"), keyboard | pointer } };
+    // Before version 2 neither option exists.
+    if (keepsPermission()) {
+        options.insert(QStringLiteral("persist_mode"), persistUntilRevoked);
+        const QString token = QSettings().value(tokenKey).toString();
+        if (!token.isEmpty())
+            options.insert(QStringLiteral("restore_token"), token);
+    }
     request(QStringLiteral("SelectDevices"), { QVariant::fromValue(m_session) }, options,
         &RemoteDesktopPortal::onSelected);
 }
@@ -251,8 +263,9 @@ void RemoteDesktopPortal::onStarted(uint response, const QVariantMap &results)
             response == 1 ? Refused : Idle);
         return;
     }
+    // Tokens are used once: each start gives the one for the next.
     const QString token = results.value(QStringLiteral("restore_token")).toString();
-    if (!token.isEmpty())
+    if (keepsPermission() && !token.isEmpty())
         QSettings().setValue(tokenKey, token);
     qCInfo(lcLinux) << "Remote desktop session started";
     setState(Ready);

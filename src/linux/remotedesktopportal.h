@@ -45,7 +45,9 @@ signals:
 private:
     using Step = std::function<void()>;
     void setState(State state);
-    void onAvailability(const QVariant &types);
+    void onAvailability(const QVariantMap &properties);
+    // Version 2 and later keep the user's permission through a restore token.
+    bool keepsPermission() const { return m_version >= 2; }
     // Sends now when the session is there, else starts it and sends once it is.
     void whenReady(const Step &step);
     void createSession();
@@ -63,6 +65,8 @@ private:
     void sendNext();
 
     State m_state = Unknown;
+    // The portal's RemoteDesktop interface version.
+    uint m_version = 0;
     QDBusObjectPath m_session;
     QList<Step> m_waiting;
     // Input calls not yet sent, and whether one is awaiting its answer.

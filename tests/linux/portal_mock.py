@@ -4,7 +4,7 @@
 Every call is appended to LOG as one JSON line: {"method": ..., "args": [...]}. Requests answer
 through Request objects' Response signals, as the real portal does, after the call returned.
 Behaviour is set through files beside LOG: LOG.refuse (Start answers 1, as when the user says
-no). The mock's own method Mock.CloseSessions ends every session with the Closed signal.
+no); LOG.version1 (the interface is of version 1, as on Debian 12: Start grants no restore token). The mock's own method Mock.CloseSessions ends every session with the Closed signal.
 Input calls take effect (are recorded) and are answered after a delay that is 40 ms for every
 other call and none for the rest: the real portal handles calls concurrently, so calls sent
 without waiting for the previous answer come out in another order, here as there.
@@ -80,10 +80,17 @@ class Portal(dbus.service.Object):
     def Get(self, interface, name):
         return self.GetAll(interface)[name]
 
+    def version(self):
+        try:
+            open(self.log + ".version1").close()
+            return 1
+        except OSError:
+            return 2
+
     @dbus.service.method(PROPS, in_signature="s", out_signature="a{sv}")
     def GetAll(self, interface):
         return {"AvailableDeviceTypes": dbus.UInt32(7, variant_level=1),
-                "version": dbus.UInt32(2, variant_level=1)}
+                "version": dbus.UInt32(self.version(), variant_level=1)}
 
     @dbus.service.method(REMOTE, in_signature="a{sv}", out_signature="o", sender_keyword="sender")
     def CreateSession(self, options, sender=None):
@@ -108,9 +115,10 @@ class Portal(dbus.service.Object):
         except OSError:
             pass
         self.started += 1
-        return self.answer(sender, options, 0, {
-            "devices": dbus.UInt32(3, variant_level=1),
-            "restore_token": dbus.String("token-%d" % self.started, variant_level=1)})
+        results = {"devices": dbus.UInt32(3, variant_level=1)}
+        if self.version() >= 2:
+            results["restore_token"] = dbus.String("token-%d" % self.started, variant_level=1)
+        return self.answer(sender, options, 0, results)
 
     def take_effect(self, reply, method, *args):
         self.inputs = getattr(self, "inputs", 0) + 1

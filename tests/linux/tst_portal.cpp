@@ -40,6 +40,7 @@ private slots:
     void wheelStepsGoAsDiscreteAxisSteps();
     void sessionClosedByTheDesktopStartsAgain();
     void refusalDropsInputAndSaysSo();
+    void versionOneKeepsNoPermissionAndSaysSo();
 
 private:
     QList<Call> calls() const;
@@ -105,6 +106,7 @@ void TestPortal::init()
 {
     QFile::remove(logPath());
     QFile::remove(logPath() + QStringLiteral(".refuse"));
+    QFile::remove(logPath() + QStringLiteral(".version1"));
 }
 
 void TestPortal::firstInputStartsOneSessionAndKeepsTheToken()
@@ -229,6 +231,31 @@ void TestPortal::refusalDropsInputAndSaysSo()
     QVERIFY(callsOf(QStringLiteral("NotifyPointerAxisDiscrete")).isEmpty());
     QCOMPARE(callsOf(QStringLiteral("Start")).size(), 1);
     QVERIFY(QSettings().value(RemoteDesktopPortal::tokenKey).toString().isEmpty());
+}
+
+void TestPortal::versionOneKeepsNoPermissionAndSaysSo()
+{
+    // A token kept from a desktop of version 2, then a desktop of version 1 (Debian 12's GNOME).
+    TestEnvironment::clearSettings();
+    QSettings().setValue(RemoteDesktopPortal::tokenKey, QStringLiteral("token-old"));
+    QFile version1(logPath() + QStringLiteral(".version1"));
+    QVERIFY(version1.open(QIODevice::WriteOnly));
+    version1.close();
+    LogCapture log;
+    RemoteDesktopPortal portal;
+    QTRY_COMPARE(portal.state(), RemoteDesktopPortal::Idle);
+    QCOMPARE(log.lines().filter(QStringLiteral("asks at every start")).size(), 1);
+    portal.pressKeysyms({}, XKB_KEY_g);
+    QTRY_COMPARE(callsOf(QStringLiteral("NotifyKeyboardKeysym")).size(), 2);
+    // Neither option that version 1 lacks is sent, and nothing is stored.
+    const QJsonObject options
+        = callsOf(QStringLiteral("SelectDevices")).first().args.at(1).toObject();
+    QCOMPARE(options.value(QStringLiteral("types")).toInt(), 3);
+    QVERIFY(!options.contains(QStringLiteral("persist_mode")));
+    QVERIFY(!options.contains(QStringLiteral("restore_token")));
+    QCOMPARE(
+        QSettings().value(RemoteDesktopPortal::tokenKey).toString(), QStringLiteral("token-old"));
+    QCOMPARE(log.lines().filter(QStringLiteral("asks at every start")).size(), 1);
 }
 
 QTEST_MAIN(TestPortal)
