@@ -5,6 +5,7 @@
 
 #include "accessibility.h"
 #include "backlight.h"
+#include "commandlines.h"
 #include "constants.h"
 #include "iconthemes.h"
 #include "l.h"
@@ -308,102 +309,9 @@ void LinuxPlatform::startObserving()
     onActiveWindowChanged(m_session->activeWindow());
 }
 
-namespace {
-QString executableOf(int pid)
-{
-    if (pid <= 0)
-        return QString();
-    return QFileInfo(QStringLiteral("/proc/%1/exe").arg(pid)).symLinkTarget();
-}
-
-// A program as a path when it can be found: looked up in PATH, links resolved.
-QString programPath(const QByteArray &program)
-{
-    if (program.isEmpty())
-        return QString();
-    char *found = g_find_program_in_path(program.constData());
-    QString path = found ? QString::fromUtf8(found) : QString::fromLocal8Bit(program);
-    g_free(found);
-    const QString resolved = QFileInfo(path).canonicalFilePath();
-    return resolved.isEmpty() ? path : resolved;
-}
-
-// The program a desktop entry starts, as a path when it can be found.
-QString entryExecutable(GAppInfo *info)
-{
-    const char *executable = g_app_info_get_executable(info);
-    return executable ? programPath(executable) : QString();
-}
-
-// The words of the command line a process was started with.
-QList<QByteArray> commandOf(int pid)
-{
-    QFile file(QStringLiteral("/proc/%1/cmdline").arg(pid));
-    if (pid <= 0 || !file.open(QIODevice::ReadOnly))
-        return {};
-    QList<QByteArray> words = file.readAll().split('\0');
-    if (!words.isEmpty() && words.last().isEmpty())
-        words.removeLast();
-    return words;
-}
-
-// The words of the command line an entry starts, without its field codes.
-QList<QByteArray> entryCommand(GAppInfo *info)
-{
-    const char *line = g_app_info_get_commandline(info);
-    gint count = 0;
-    gchar **words = nullptr;
-    if (!line || !g_shell_parse_argv(line, &count, &words, nullptr))
-        return {};
-    QList<QByteArray> command;
-    for (gint i = 0; i < count; ++i) {
-        const QByteArray word(words[i]);
-        if (word == "%%")
-            command << QByteArray("%");
-        else if (!(word.size() == 2 && word.at(0) == '%'))
-            command << word;
-    }
-    g_strfreev(words);
-    return command;
-}
-
-// A process's command line as it is compared with entries': its words, and its first three
-// words as programs (the program itself, or an interpreter with an option before the script).
-struct ProcessCommand
-{
-    QList<QByteArray> words;
-    QStringList programs;
-};
-
-ProcessCommand processCommand(int pid)
-{
-    ProcessCommand command;
-    command.words = commandOf(pid);
-    for (int i = 0; i < qMin(3, command.words.size()); ++i)
-        command.programs << programPath(command.words.at(i));
-    return command;
-}
-
-// How many words of the entry's command line the process was started with: the entry's
-// program first and then its words, either as the process's program or as the script an
-// interpreter runs (the kernel, or env, puts the interpreter and its option before it). 0 when
-// the process was not started from this entry.
-int commandMatch(const ProcessCommand &process, const QList<QByteArray> &entry)
-{
-    if (entry.isEmpty())
-        return 0;
-    const QString program = programPath(entry.first());
-    for (int start = 0; start < process.programs.size(); ++start) {
-        if (process.programs.at(start) == program
-            && process.words.mid(start + 1, entry.size() - 1) == entry.mid(1))
-            return int(entry.size());
-    }
-    return 0;
-}
-} // namespace
-
 LinuxApp *LinuxPlatform::matchWindow(const DesktopWindow &window) const
 {
+    using namespace CommandLines;
     auto byId = [this](const QByteArray &name) -> LinuxApp * {
         QString id = QString::fromUtf8(name);
         if (id.endsWith(desktopSuffix))
@@ -487,7 +395,7 @@ LinuxApp *LinuxPlatform::appForWindow(const DesktopWindow &window)
     app->session = m_session;
     app->accessibility = m_a11y;
     app->name = !window.className.isEmpty() ? QString::fromUtf8(window.className) : window.title;
-    app->path = executableOf(window.pid);
+    app->path = CommandLines::executableOf(window.pid);
     app->icon = m_session->windowIcon(window.id);
     if (app->icon.isNull())
         app->icon = IconThemes::genericApplication();
