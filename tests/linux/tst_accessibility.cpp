@@ -118,6 +118,7 @@ private slots:
     void focusedElement();
     void focusMovedQuickly_data();
     void focusMovedQuickly();
+    void firstFocusChangeOfAnApplication();
     void returnWithoutAFocusedElement();
     void browserPage();
     void accessibilitySwitchedOff();
@@ -498,6 +499,34 @@ void TestAccessibility::focusMovedQuickly()
             QVERIFY2(object.value(L::name).toString() == QLatin1String("Press Me"), seen);
         }
     }
+}
+
+void TestAccessibility::firstFocusChangeOfAnApplication()
+{
+    // No focus change before: the first ones the program sees from this application say what
+    // the elements hold.
+    TestApp *testApp = start(gtkApp, {});
+    LinuxApp *app = current(testApp);
+    QVERIFY(app);
+    const int from = client->framesWith(L::focusedElement).size();
+    const auto last = [&] {
+        const QList<Frame> frames = focusFrames(from, app->id);
+        return frames.isEmpty() ? QJsonObject() : frames.last().object();
+    };
+    // The user types into the entry and moves the caret after the third character.
+    run(QStringLiteral("xdotool"), { QStringLiteral("key"), QStringLiteral("ctrl+a") });
+    run(QStringLiteral("xdotool"), { QStringLiteral("type"), QStringLiteral("abcdef") });
+    run(QStringLiteral("xdotool"),
+        { QStringLiteral("key"), QStringLiteral("Home"), QStringLiteral("Right"),
+            QStringLiteral("Right"), QStringLiteral("Right") });
+    QTRY_VERIFY(testApp->lines().contains(QStringLiteral("entry abcdef")));
+    testApp->process.write("focus button\n");
+    QTRY_COMPARE(last().value(L::role).toString(), QStringLiteral("Button"));
+    testApp->process.write("focus entry\n");
+    QTRY_COMPARE(last().value(L::role).toString(), QStringLiteral("Text"));
+    QCOMPARE(last().value(L::value).toString(), QStringLiteral("abcdef"));
+    QCOMPARE(last().value(L::properties).toObject(),
+        (QJsonObject { { L::index, 3 }, { L::length, 0 } }));
 }
 
 void TestAccessibility::returnWithoutAFocusedElement()
